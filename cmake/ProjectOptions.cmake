@@ -1,0 +1,31 @@
+# Compiler options shared by every target of the project, and the helper that
+# turns one tests/<name>_test.cpp file into one CTest-registered executable.
+
+add_library(project_options INTERFACE)
+target_compile_options(project_options INTERFACE
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-Wall -Wextra -Wshadow -Wno-unused-parameter>
+  $<$<COMPILE_LANG_AND_ID:C,GNU,Clang>:-Wall -Wextra -Wno-unused-parameter>)
+if(RAVELOG_WERROR)
+  target_compile_options(project_options INTERFACE -Werror)
+endif()
+if(RAVELOG_SANITIZE)
+  target_compile_options(project_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+# ravelog_add_tests(<library> [LIBS extra...])
+# Builds every tests/*_test.cpp of the calling directory into its own
+# executable linked with GoogleTest, the test support library and <library>.
+function(ravelog_add_tests library)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  file(GLOB test_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/tests/*_test.cpp)
+  foreach(source IN LISTS test_sources)
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(${name} ${source})
+    target_link_libraries(${name} PRIVATE ${library} ${ARG_LIBS} test_support
+                          GTest::gtest GTest::gtest_main project_options)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+                         PROPERTIES ENVIRONMENT "RAVELOG_SOURCE_DIR=${PROJECT_SOURCE_DIR}")
+  endforeach()
+endfunction()
