@@ -1,7 +1,7 @@
 /*
  * indgen.h - the whole foundation library in one include: start-up and
  * messages, strings, file names, file operations, viewpaths, configuration
- * directories and host services.  Each part has its own header.
+ * directories, sorting and host services.  Each part has its own header.
  */
 #ifndef RAVELOG_INDGEN_H
 #define RAVELOG_INDGEN_H
@@ -12,6 +12,7 @@
 #include "indgen_host.h"
 #include "indgen_string.h"
 #include "indgeninit.h"
+#include "indsort.h"
 #include "indview.h"
 
 #endif /* RAVELOG_INDGEN_H */
