@@ -1,17 +1,22 @@
 /*
  * indgen.h - the whole foundation library in one include: start-up and
  * messages, strings, file names, file operations, viewpaths, configuration
- * directories and host services.  Each part has its own header.
+ * directories, sorting, quoting and formatting, host services, random
+ * numbers and shared libraries.  Each part has its own header.
  */
 #ifndef RAVELOG_INDGEN_H
 #define RAVELOG_INDGEN_H
 
+#include "genrand.h"
 #include "indconfig.h"
 #include "indgen_filename.h"
 #include "indgen_fileops.h"
 #include "indgen_host.h"
+#include "indgen_quote.h"
 #include "indgen_string.h"
 #include "indgeninit.h"
+#include "indsharedlib.h"
+#include "indsort.h"
 #include "indview.h"
 
 #endif /* RAVELOG_INDGEN_H */
