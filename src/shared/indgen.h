@@ -7,6 +7,7 @@
 #define RAVELOG_INDGEN_H
 
 #include "indconfig.h"
+#include "indgen_canon.h"
 #include "indgen_filename.h"
 #include "indgen_fileops.h"
 #include "indgen_host.h"
