@@ -1,7 +1,8 @@
 /*
  * indgen.h - the whole foundation library in one include: start-up and
- * messages, strings, file names, file operations, viewpaths, configuration
- * directories and host services.  Each part has its own header.
+ * messages, strings, canonical file names, file names, file operations,
+ * viewpaths, configuration directories and host services.  Each part has
+ * its own header.
  */
 #ifndef RAVELOG_INDGEN_H
 #define RAVELOG_INDGEN_H

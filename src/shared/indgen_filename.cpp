@@ -38,14 +38,8 @@ bool is_empty(const char *s) { return s == nullptr || s[0] == '\0'; }
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-/* A new heap string holding the length bytes at text. */
-char *new_string(const char *text, size_t length) {
-  char *copy = static_cast<char *>(gen_alloc(1, static_cast<unsigned>(length + 1)));
-  memcpy(copy, text, length);
-  return copy;
-}
-
-char *new_string(const std::string &text) { return new_string(text.data(), text.size()); }
+/* A new heap string holding the first length characters of text. */
+char *copy_of(const char *text, size_t length) { return gen_copyn(text, static_cast<int>(length)); }
 
 /* A canonical std::string copy of name. */
 std::string canonical(const char *name) {
@@ -181,7 +175,7 @@ extern "C" char *gen_dirname(const char *name) {
   if (name == nullptr) return nullptr;
   const char *slash = strrchr(name, '/');
   if (slash == nullptr) return nullptr;
-  return new_string(name, slash == name ? 1 : static_cast<size_t>(slash - name));
+  return copy_of(name, slash == name ? 1 : static_cast<size_t>(slash - name));
 }
 
 extern "C" char *gen_dirname_anyhost(const char *name) {
@@ -189,7 +183,7 @@ extern "C" char *gen_dirname_anyhost(const char *name) {
   const char *separator = last_of(name, "/\\:");
   if (separator == nullptr) return nullptr;
   const bool keep = separator == name || *separator == ':' || separator[-1] == ':';
-  return new_string(name, static_cast<size_t>(separator - name) + (keep ? 1 : 0));
+  return copy_of(name, static_cast<size_t>(separator - name) + (keep ? 1 : 0));
 }
 
 extern "C" char *gen_topdir(const char *name) {
@@ -197,7 +191,7 @@ extern "C" char *gen_topdir(const char *name) {
   while (*name == '/') name++;
   size_t length = strcspn(name, "/\\:");
   if (name[length] == ':') length++;
-  return new_string(name, length);
+  return copy_of(name, length);
 }
 
 extern "C" const char *gen_popdir(const char *name) {
@@ -281,7 +275,7 @@ extern "C" char *gen_changesuffix(const char *name, const char *suffix) {
     result += '.';
     result += without_dot(suffix);
   }
-  return new_string(result);
+  return gen_copy(result.c_str());
 }
 
 extern "C" char *gen_addsuffix(const char *name, const char *suffix) {
@@ -304,7 +298,7 @@ extern "C" char *gen_changedirandsuffix(const char *dir, const char *name, const
     result += '.';
     result += without_dot(suffix);
   }
-  char *joined = new_string(result);
+  char *joined = gen_copy(result.c_str());
   return dir != nullptr ? gen_canonicalfilename(joined) : joined;
 }
 
