@@ -1,14 +1,16 @@
 /*
  * indgen.h - the whole foundation library in one include: start-up and
- * messages, strings, file names, file operations, viewpaths, configuration
- * directories, sorting, quoting and formatting, host services, random
- * numbers and shared libraries.  Each part has its own header.
+ * messages, strings, canonical file names, file names, file operations,
+ * viewpaths, configuration directories, sorting, quoting and formatting,
+ * host services, random numbers and shared libraries.  Each part has its
+ * own header.
  */
 #ifndef RAVELOG_INDGEN_H
 #define RAVELOG_INDGEN_H
 
 #include "genrand.h"
 #include "indconfig.h"
+#include "indgen_canon.h"
 #include "indgen_filename.h"
 #include "indgen_fileops.h"
 #include "indgen_host.h"
