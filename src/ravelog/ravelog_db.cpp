@@ -6,10 +6,10 @@
  * defaults are the cv_Db functions below.  The database writer is not part
  * of the program yet, so for now these defaults accept everything and write
  * nothing.  When it arrives they become, in order:
- *   cv_DbOpen       kq_OpenForCreation(KQfile, tbfreq, "ThreadX", bigEndian,
- *                   ThreadX_SaveStateChange), the handle kept here; a null
- *                   handle fails with "Failed to create indexed event
- *                   resource file %s.*.\n" and KQfile
+ *   cv_DbOpen       kq_OpenForCreation(KQfile, ticksPerSecond, "ThreadX",
+ *                   bigEndian, ThreadX_SaveStateChange), the handle kept
+ *                   here; a null handle fails with "Failed to create
+ *                   indexed event resource file %s.*.\n" and KQfile
  *   cv_DbAddThread  kq_AddEventFromRawBytes(database, 0, 0,
  *                   CV_THREAD_RECORD_TYPEWORD, record, CV_THREAD_RECORD_SIZE);
  *                   0 fails with "Bad refresh: unexpected return value from

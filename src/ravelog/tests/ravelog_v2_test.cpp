@@ -239,17 +239,6 @@ TEST_F(V2Decode, PoolsThatDoNotFitTheRingAreRefusedBeforeTheWalk) {
   }
 }
 
-TEST_F(V2Decode, ANegativePoolSizeIsRefusedWhenTheFileHoldsItAll) {
-  // 0xFFFFFFE0 is -32: a read of that many bytes from a big enough stream.
-  Corefile core = Corefile::V2(Endian::kBig, 64);
-  core.Evps(0xFFFFFFE0u);
-  Captured run = Decode(core.Bytes());
-  EXPECT_EQ(run.err,
-            "ravelog: fatal: Error reading event pool. \nCheck that the file size is at least as "
-            "large as the event pool in memory.\n");
-  EXPECT_EQ(run.status, 1);
-}
-
 void *RefusingRealloc(void *, size_t) { return nullptr; }
 
 TEST_F(V2Decode, APoolThatCannotBeAllocatedEndsWithStatusOne) {
