@@ -1,0 +1,214 @@
+/*
+ * ravelog.h - the dump conversion's internal interface: the process-wide
+ * state, the entry and probe of a corefile, the readers that take numbers
+ * out of the file and the event pool in the log's byte order, the two
+ * decoders, the points at which a decoder talks to the event database, and
+ * the diagnostic listing of -d.
+ *
+ * Error convention of the dump conversion: every failure is fatal.  It prints
+ * one message through gen_errorexit(1, ...), which ends the process with
+ * status 1 and cleans nothing up.  A function below that "fails" therefore
+ * never returns from that failure.  The one exception is a timestamp
+ * reversal, which prints an "Error:" line on standard output and goes on.
+ *
+ * Byte order: `bigEndian` is always the log's (the target's) byte order,
+ * 1 for most significant byte first, 0 for least significant first, never
+ * the host's.  Readers compose their results byte by byte.
+ *
+ * Sources: ravelog_probe.cpp (state, usage, probe), ravelog_read.cpp
+ * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_db.cpp
+ * (database points), ravelog_listing.cpp (the -d listing); main.cpp holds
+ * only main.
+ */
+#ifndef RAVELOG_RAVELOG_H
+#define RAVELOG_RAVELOG_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Process-wide state -------------------------------------------------
+ * Written by main and the decoders, read by the decoders and the listing. */
+
+/* Nonzero after the option -d: the diagnostic listing is printed. */
+extern unsigned char debug;
+/* The latest normalised event time accepted, high word first, in ticks.
+ * main sets it to 0:0 first of all. */
+extern uint32_t lastTimeStamp[2];
+/* Entries in the thread list section, from the log's header (may be
+ * negative: then no entry is read). */
+extern int32_t TNIS;
+/* Size of the event pool in bytes, from the log's header. */
+extern int32_t EVPS;
+/* Timer frequency in Hz (ticks per second), from the log's header. */
+extern int32_t tbfreq;
+/* Words of the version 1 header; kept, never used in decoding. */
+extern int32_t EQsize;
+extern int32_t evploc;
+extern int32_t Qhead;
+extern int32_t Qtail;
+
+/* ---- Entry and probe ---------------------------------------------------- */
+
+/* Writes the usage text to standard output, naming progname (argv[0] as it
+ * was typed), or "ravelog" when progname is null. */
+void PrintUsage(const char *progname);
+
+/* Opens corefile, learns the log's version and byte order from its first two
+ * bytes and runs the decoder of that version, which builds the database
+ * KQfile.  Returns 0 once the decoder has returned; fails (see the error
+ * convention) when the file can't be sized or opened, when both first bytes
+ * are nonzero, or when the version is neither 1 nor 2.  The stream stays
+ * open until the process ends. */
+int cv_ParseRawEventFile(const char *corefile, const char *KQfile);
+
+/* ---- Readers ------------------------------------------------------------
+ * The file readers read from `stream` at its current position; a short read
+ * fails with the reader's message.  The memory readers read bytes the caller
+ * guarantees to be there and never fail. */
+
+/* One byte into buf.  Returns buf.  Fails with "Error reading char from
+ * corefile." */
+void *cv_ReadChar(void *buf, FILE *stream);
+/* Two bytes as a 16-bit number in bigEndian's order, sign-extended.  Fails
+ * with "Error reading short from corefile." */
+int cv_GetShort(FILE *stream, uint8_t bigEndian);
+/* Four bytes as an unsigned 32-bit number in bigEndian's order.  Fails with
+ * "Error reading int4 from corefile." */
+uint32_t cv_GetInt(FILE *stream, uint8_t bigEndian);
+/* n bytes into buf, unchanged.  Returns buf.  When fewer come, prints
+ * "rv is %d, errno is %d\n" and "buffer is %p, length is %d\n" on standard
+ * output and fails with "Error reading buffer from corefile." */
+void *cv_ReadBuffer(void *buf, int n, FILE *stream);
+/* n items of 4 bytes into buf, unchanged (no byte-order conversion).
+ * Returns buf.  Fails as cv_ReadBuffer, counting items. */
+void *cv_ReadUintBuffer(void *buf, int n, FILE *stream);
+/* One thread's name field: cv_ReadBuffer of CV_TASK_NAME_FIELD bytes. */
+void *cv_ReadTaskName(void *buf, FILE *stream);
+
+/* The two bytes at *pointer as a 16-bit number in bigEndian's order,
+ * sign-extended; moves *pointer on by 2.  Any alignment. */
+int cv_GetShortBuf(unsigned char **pointer, uint8_t bigEndian);
+/* The four bytes at *pointer as a 32-bit number; moves *pointer on by 4. */
+uint32_t cv_GetIntBuf(unsigned char **pointer, uint8_t bigEndian);
+/* The two bytes at base + *index, sign-extended; adds 2 to *index. */
+int cv_GetShortIdx(uint32_t *index, const unsigned char *base, uint8_t bigEndian);
+/* The four bytes at base + *index; adds 4 to *index. */
+uint32_t cv_GetIntIdx(uint32_t *index, const unsigned char *base, uint8_t bigEndian);
+
+/* ---- Thread list entries -------------------------------------------------
+ * One entry of a log's thread list section, as it stands in the file (44
+ * bytes in both versions).  threadId and priority hold the file's four bytes
+ * unchanged, in the log's byte order: whoever uses them converts them. */
+#define CV_TASK_NAME_FIELD 34
+typedef struct cv_ThreadEntry {
+  char name[CV_TASK_NAME_FIELD]; /* text; a zero byte may end it early, or none */
+  unsigned char valid;           /* nonzero for a thread that exists */
+  unsigned char next;            /* only printed */
+  uint32_t threadId;             /* log's byte order */
+  uint32_t priority;             /* log's byte order */
+} cv_ThreadEntry;
+
+/* Reads one thread list entry from the stream: the name with
+ * cv_ReadTaskName, Valid and Next with cv_ReadChar, Thread ID and Priority
+ * with cv_ReadUintBuffer of one item each.  Fails as those readers do. */
+void cv_ReadThreadEntry(cv_ThreadEntry *entry, FILE *stream);
+
+/* ---- Decoders -----------------------------------------------------------
+ * stream stands at offset 2 of the corefile; KQfile is the database's base
+ * name.  Each returns 0 after the database is closed (the value has no
+ * meaning) and fails on any fault of the log. */
+
+/* Version 2: a header, the thread list and a ring of 32-byte slots, walked
+ * once from the current event pointer.  Besides the faults of its readers it
+ * fails on a pool read that gives no bytes, on a pool that can't be
+ * allocated, and on a pool size or current event pointer that doesn't fit
+ * the ring of 32-byte slots. */
+int cv_ParseVersion2(FILE *stream, const char *KQfile, uint8_t bigEndian);
+
+/* Version 1: a ring of records of varying length.  Not decoded yet: fails
+ * with a message saying so. */
+int cv_ParseVersion1(FILE *stream, const char *KQfile, uint8_t bigEndian);
+
+/* ---- Version 2 layout ---------------------------------------------------- */
+#define CV_V2_SLOT_SIZE 32    /* bytes of one event slot */
+#define CV_V2_PAYLOAD_SIZE 20 /* payload bytes of a slot, at its offset 12 */
+
+/* The allocator of the event pool: realloc-like, returning null on failure
+ * instead of ending the process.  Defaults to the system's realloc; the
+ * block is released with free().  Tests replace it. */
+extern void *(*cv_poolRealloc)(void *block, size_t size);
+
+/* ---- Database points ----------------------------------------------------
+ * The decoders talk to the event database only through this table, at four
+ * points: open once the header is read, one thread record for each valid
+ * thread entry, one record for each event in walk order, close after the
+ * walk.  The defaults (cv_DbOpen and the rest) hold the database handle and
+ * end the process with the database's fatal messages when a call fails, so
+ * a decoder never checks a result.  Tests replace the table to watch what a
+ * decoder hands over. */
+#define CV_THREAD_RECORD_SIZE 39          /* ID 4, priority 4, name 31 */
+#define CV_THREAD_RECORD_NAME 31          /* name bytes in a thread record */
+#define CV_THREAD_RECORD_TYPEWORD 0x6000au /* type 6, subtype 10 */
+
+typedef struct cv_DatabasePoints {
+  /* Point 1: creates the database KQfile, whose times count ticksPerSecond
+   * (the header's tbfreq) and whose payloads are in bigEndian's order. */
+  void (*open)(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian);
+  /* Point 2: adds a thread record (CV_THREAD_RECORD_SIZE bytes, valid only
+   * during the call) at time 0:0 with CV_THREAD_RECORD_TYPEWORD. */
+  void (*addThread)(const unsigned char *record);
+  /* Point 3: adds one event: its normalised time, the type in the high and
+   * the subtype in the low half of typeWord, and its length payload bytes
+   * in the log's byte order (valid only during the call). */
+  void (*addEvent)(uint32_t high, uint32_t low, uint32_t typeWord,
+                   const unsigned char *payload, int length);
+  /* Point 4: finishes the database. */
+  void (*close)(void);
+} cv_DatabasePoints;
+
+extern cv_DatabasePoints cv_database;
+
+void cv_DbOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian);
+void cv_DbAddThread(const unsigned char *record);
+void cv_DbAddEvent(uint32_t high, uint32_t low, uint32_t typeWord,
+                   const unsigned char *payload, int length);
+void cv_DbClose(void);
+
+/* Fills record (CV_THREAD_RECORD_SIZE bytes) from a thread list entry: its
+ * Thread ID and Priority bytes as they stand, then the first 31 bytes of its
+ * name field, with nothing added behind them. */
+void cv_MakeThreadRecord(const cv_ThreadEntry *entry, unsigned char *record);
+
+/* ---- Diagnostic listing -------------------------------------------------
+ * Each prints with printf on standard output; callers test `debug`. */
+
+/* Names of thread states, indexed by the subtype of a type 5 event. */
+#define CV_THREAD_STATUS_COUNT 14
+extern const char *const threadStatus[CV_THREAD_STATUS_COUNT];
+/* Names of ThreadX services, indexed by the subtype of a type 3 event. */
+#define CV_SERVICE_CALL_COUNT 59
+extern const char *const threadServiceCall[CV_SERVICE_CALL_COUNT];
+
+/* The heading of the thread list section. */
+void debug_PrintTaskHeader(void);
+/* One thread list entry; Priority and Thread ID are read in bigEndian's
+ * order, and at most 31 bytes of the name are printed. */
+void debug_PrintTaskInfo(const cv_ThreadEntry *entry, uint8_t bigEndian);
+/* The heading of the events section. */
+void debug_PrintEventsHeader(void);
+/* One event line.  type and subtype are taken as unsigned 16-bit values,
+ * high and low are printed as given, and word points at the payload's first
+ * four bytes, read in bigEndian's order. */
+void debug_PrintEventsInfo(unsigned type, unsigned subtype, uint32_t high, uint32_t low,
+                           const void *word, uint8_t bigEndian);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* RAVELOG_RAVELOG_H */

@@ -1,0 +1,61 @@
+/*
+ * ravelog_db.cpp - the four points at which a decoder talks to the event
+ * database, and the thread record that a valid thread list entry becomes.
+ *
+ * The decoders call the points only through the table cv_database, whose
+ * defaults are the cv_Db functions below.  The database writer is not part
+ * of the program yet, so for now these defaults accept everything and write
+ * nothing.  When it arrives they become, in order:
+ *   cv_DbOpen       kq_OpenForCreation(KQfile, ticksPerSecond, "ThreadX",
+ *                   bigEndian, ThreadX_SaveStateChange), the handle kept
+ *                   here; a null handle fails with "Failed to create
+ *                   indexed event resource file %s.*.\n" and KQfile
+ *   cv_DbAddThread  kq_AddEventFromRawBytes(database, 0, 0,
+ *                   CV_THREAD_RECORD_TYPEWORD, record, CV_THREAD_RECORD_SIZE);
+ *                   0 fails with "Bad refresh: unexpected return value from
+ *                   libkqv."
+ *   cv_DbAddEvent   kq_AddEventFromRawBytes(database, high, low, typeWord,
+ *                   payload, length); 0 fails with "Unexpected return value
+ *                   from libkqv."
+ *   cv_DbClose      kq_Close(database), result not looked at
+ * so that a decoder never checks a result of its own.
+ */
+#include "ravelog.h"
+
+#include <cstring>
+
+#include "indgen.h"
+
+static_assert(CV_THREAD_RECORD_SIZE == 4 + 4 + CV_THREAD_RECORD_NAME);
+static_assert(CV_THREAD_RECORD_NAME <= CV_TASK_NAME_FIELD);
+
+cv_DatabasePoints cv_database = {cv_DbOpen, cv_DbAddThread, cv_DbAddEvent, cv_DbClose};
+
+/* ---- Database points ------------------------------------------------------ */
+
+/* Point 1: create the database.  Not written yet: accepts and creates
+ * nothing. */
+extern "C" void cv_DbOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian) {}
+
+/* Point 2: one thread record at time 0:0.  Not written yet: accepts. */
+extern "C" void cv_DbAddThread(const unsigned char *record) {}
+
+/* Point 3: one event.  Not written yet: accepts. */
+extern "C" void cv_DbAddEvent(uint32_t high, uint32_t low, uint32_t typeWord,
+                              const unsigned char *payload, int length) {}
+
+/* Point 4: finish the database.  Not written yet: does nothing. */
+extern "C" void cv_DbClose(void) {}
+
+/* ---- Thread record -------------------------------------------------------- */
+
+/* Layout, 39 bytes, nothing added behind the name:
+ *   0   4  Thread ID, as the entry holds it (log's byte order)
+ *   4   4  Priority, as the entry holds it (log's byte order)
+ *   8  31  the first 31 bytes of the name field; a name of 31 characters or
+ *          more has no terminator here */
+extern "C" void cv_MakeThreadRecord(const cv_ThreadEntry *entry, unsigned char *record) {
+  memcpy(record, &entry->threadId, 4);
+  memcpy(record + 4, &entry->priority, 4);
+  memcpy(record + 8, entry->name, CV_THREAD_RECORD_NAME);
+}
