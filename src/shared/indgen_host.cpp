@@ -36,9 +36,6 @@ constexpr int64_t kNoLimit = 0x7FFFFFFF;
 char hostname[256];
 char fqhostname[1024];
 
-/* A new gen_alloc string holding text. */
-char *HeapCopy(const std::string &text) { return gen_copy(text.c_str()); }
-
 int64_t MillisecondsBetween(const struct timeval &from, const struct timeval &to) {
   return (static_cast<int64_t>(to.tv_sec) - from.tv_sec) * 1000 +
          (static_cast<int64_t>(to.tv_usec) - from.tv_usec) / 1000;
@@ -72,8 +69,10 @@ extern "C" int gen_system(const char *command) { return gen_systemex(command, ""
 
 extern "C" int gen_systemex(const char *command, const char *flags) {
   if (command != nullptr && flags != nullptr && strchr(flags, 'q') != nullptr) {
-    std::string quiet = std::string(command) + ">/dev/null";
-    return system(quiet.c_str());
+    char *quiet = gen_concat(command, ">/dev/null");
+    int status = system(quiet);
+    gen_free(quiet);
+    return status;
   }
   return system(command);
 }
@@ -173,7 +172,7 @@ extern "C" const char *gen_getfullyqualifiedhostname(void) {
 extern "C" char *gen_gethostosname(void) {
   struct utsname names;
   if (uname(&names) < 0) return nullptr;
-  return HeapCopy(std::string(names.sysname) + " " + names.release + " " + names.version);
+  return gen_concat5(names.sysname, " ", names.release, " ", names.version);
 }
 
 extern "C" uint64_t gen_freediskspace(const char *path) {
@@ -215,7 +214,7 @@ extern "C" const char *gen_get_env_variable(const char *name) {
 
 extern "C" int gen_put_env_variable(const char *name, const char *value) {
   if (name == nullptr || name[0] == '\0') return 0;
-  char *setting = HeapCopy(std::string(name) + "=" + (value != nullptr ? value : ""));
+  char *setting = gen_concat3(name, "=", value != nullptr ? value : "");
   if (putenv(setting) != 0) {
     gen_free(setting);
     return 0;
