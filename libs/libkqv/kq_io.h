@@ -1,0 +1,328 @@
+/*
+ * kq_io.h - the event database library, libkqv: the records every part of
+ * the database shares, the write side (create, add events, close), the read
+ * side (open, time index, queries by time, number and object), the
+ * self-description of objects and the names of events.
+ *
+ * A database is three files sharing a base name: .kqv says what the database
+ * is, .kqs holds the events and every change of state, .kqi indexes .kqs by
+ * time, one entry per block of 100 events.  The byte layout and the order of
+ * writes that lets a reader follow a growing database are in kq_io_format.h.
+ *
+ * Error convention: operations report failure by a null handle or a result
+ * of 0 and print nothing, unless a comment says otherwise; the library's own
+ * messages go through the kq_Report* functions (kq_error.h), behind
+ * "libkqv: ".  Memory that a query returns belongs to the caller, who frees
+ * it with the function named at the query (gen_free, List_Delete,
+ * kq_DeleteState, kq_DeleteEventIter, kq_DeleteFieldDesc).
+ *
+ * State objects and state changes (kq_State, kq_StateObject, StateChange and
+ * the functions that record and apply changes) are declared in kq_misc.h.
+ */
+#ifndef RAVELOG_KQ_IO_H
+#define RAVELOG_KQ_IO_H
+
+#include <stdint.h>
+
+#include "adt_hash.h"
+#include "adt_list.h"
+#include "indgfile.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ======================================================================
+ * Shared records
+ * ====================================================================== */
+
+/* A table of state objects: a hash table whose keys are kq_StateObject
+ * records (owned by the table) and whose values are null. */
+typedef struct kq_State {
+  HT_PT table;
+} kq_State;
+
+/* One state object, keyed by (type, id).  Type 0 is the Task, whose value is
+ * the 76-byte layout of kq_misc.h. */
+typedef struct kq_StateObject {
+  uint16_t type;
+  uint32_t id;
+  uint32_t length; /* bytes in value */
+  uint8_t *value;  /* owned; null when length is 0 */
+} kq_StateObject;
+
+/* One recorded change as a reader holds it in memory. */
+typedef struct StateChange {
+  uint8_t kind;            /* 0 New, 1 Mod, 2 Del */
+  uint16_t type;           /* object type */
+  uint32_t id;             /* object id */
+  uint16_t offsetOrLength; /* New: value length; Mod: offset; Del: unset */
+  uint8_t modLength;       /* Mod: number of bytes; otherwise unset */
+  uint8_t *bytes;          /* owned. New: the value; Mod: the new bytes */
+} StateChange;
+
+/* One event.  The writer builds one for each call of the state-tracking
+ * callback; the read side allocates them for event lists. */
+typedef struct kq_Event {
+  uint64_t time;        /* ticks */
+  uint32_t eventNumber; /* writing: the value of eventIndex; reading: the
+                           event's number in the list, counted from 1 */
+  uint16_t type;
+  uint16_t subtype;
+  uint32_t length;      /* payload bytes */
+  uint8_t *data;        /* payload in the target's byte order.  While
+                           writing it belongs to the caller of
+                           kq_AddEventFromRawBytes and is not written to */
+  List_PT changes;      /* StateChange records; reading only, else null */
+} kq_Event;
+
+/* One entry of the time index: the time of a block's first event and the
+ * .kqs position of the tag of that block's OBJUSED packet. */
+typedef struct TimePos {
+  uint64_t time;
+  uint32_t position;
+} TimePos;
+
+/* A place in the stream, owned by the caller (kq_DeleteEventIter). */
+typedef struct kq_EventIter {
+  uint32_t position;    /* .kqs position of a tag, or where a walk stopped */
+  uint32_t eventNumber; /* the number the next event listed will carry */
+} kq_EventIter;
+
+typedef struct kq_DB kq_DB;
+
+/* The state-tracking callback.  kq_AddEventFromRawBytes calls it once for
+ * each event, after the event's fields and payload are in the stream and
+ * with the stream positioned where the first state change belongs.  It
+ * records changes only through kq_SaveStateChangeNew/Mod/Del or
+ * kq_KeepTaskID (kq_misc.h) and writes nothing else.  current and used are
+ * the tables of db->currentState and db->usedState.  Returns nonzero for
+ * success; 0 makes kq_AddEventFromRawBytes fail.  The event lives for the
+ * call only; changes made to it reach neither the file nor the next call. */
+typedef int (*kq_SaveStateFunc)(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event);
+
+/* The handle of an open database, for writing or for reading.
+ *
+ *   kq_OpenForCreation --> [writing] --kq_AddEventFromRawBytes--> [writing]
+ *   kq_OpenForUse      --> [reading] --queries, refreshes-------> [reading]
+ *   either             --kq_Close--> (gone)
+ *
+ * Fields that apply to one side only are zero or null on the other. */
+struct kq_DB {
+  GFile *streamFile;       /* .kqs */
+  char *streamName;        /* owned */
+  GFile *indexFile;        /* .kqi */
+  char *indexName;         /* owned */
+  GFile *headerFile;       /* .kqv while reading; null once a new database is open */
+  char *headerName;        /* owned */
+  uint32_t formatVersion;  /* reading: version byte of .kqv; writing: 0 */
+  uint32_t ticksPerSecond; /* reading: from .kqv; writing: 0 */
+  char *configName;        /* owned. writing: as given; reading: lower case */
+  uint8_t isBigEndian;     /* byte order of event payloads: 1 big, 0 little */
+  uint32_t eventsPerBlock; /* reading: from .kqv (100 before version 2) */
+  uint32_t numEvents;      /* writing: events added so far; reading: 0 */
+  struct kq_State *currentState; /* writing: the objects as they stand now */
+  struct kq_State *usedState;    /* writing: objects used since the last snapshot */
+  TimePos *timePos;        /* reading: the time index, one entry per block */
+  uint32_t numTimePos;     /* reading: valid entries in timePos */
+  uint32_t lastStreamTag;  /* reading: .kqs position of the last tag counted */
+  uint32_t lastIndexTag;   /* reading: .kqi position of the tag ending timePos */
+  kq_SaveStateFunc saveStateChange; /* writing: the tracker */
+};
+
+/* Description of one field of an object type. */
+typedef struct kq_FieldDesc {
+  char *name;             /* owned */
+  int32_t kind;           /* 1 integer, 2 string */
+  int32_t size;           /* bytes */
+  uint8_t hasNamedValues; /* 1 when kq_GetNamedValues has values for it */
+} kq_FieldDesc;
+
+/* ======================================================================
+ * Writing a database
+ * ====================================================================== */
+
+/* Number given to the next event added by any database of this process;
+ * starts at 0, never reset, never stored. */
+extern uint32_t eventIndex;
+
+/* A new zeroed handle (gen_alloc). */
+kq_DB *New_kq_DB(void);
+
+/* Creates the database `base`.kqv/.kqs/.kqi, replacing any old one (its
+ * .kqv goes first).  .kqv is written whole under a temporary name and moved
+ * into place after the other two files exist.  configName is kept as given
+ * and stored in .kqv in lower case; isBigEndian describes the byte order of
+ * the event payloads to come; saveStateChange is the tracker.  Returns the
+ * handle, or null without a message when a name can't be formed or a file
+ * can't be removed, opened or moved (files already made stay on disk). */
+kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond, const char *configName,
+                          uint8_t isBigEndian, kq_SaveStateFunc saveStateChange);
+
+/* Adds one event at time high:low (ticks) with the type in the high 16 bits
+ * of typeWord and the subtype in the low 16 bits, and `length` payload
+ * bytes, which are copied to the stream and needed only during the call.
+ * Events must come in order of time; nothing checks it.  Returns 1 on
+ * success, 0 for a null db, for length > 0 with null bytes (both without a
+ * trace) and when the tracker returns 0 (the event then stays invisible and
+ * the database takes no further event; kq_Close still works).  When the
+ * call returns 1 the event is complete in the files for any reader. */
+int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, uint32_t typeWord,
+                            const void *bytes, uint32_t length);
+
+/* Closes the files of a writing or reading handle and frees it.  Writes
+ * nothing: the files already end in their 0 tags.  Null does nothing. */
+void kq_Close(kq_DB *db);
+
+/* ======================================================================
+ * Opening a database for reading
+ * ====================================================================== */
+
+/* Opens `base`.kqv/.kqs/.kqi for reading, also while another process is
+ * still writing them, and reads the time index into memory.  Returns null
+ * without a message when a file is missing or isn't a GFile, or when .kqi
+ * holds a wrong tag at an entry boundary.  Format versions 0 to 3 and
+ * above are accepted. */
+kq_DB *kq_OpenForUse(const char *base);
+/* kq_OpenForUse of fileName less its last four characters (".kqs");
+ * fileName must have at least four characters. */
+kq_DB *kq_OpenKqsForUse(const char *fileName);
+
+/* Refreshes the index and walks to the end of the stream.  *start is the
+ * time of the first event, *end one tick behind the last event, so
+ * [start, end) holds every event.  Returns 1. */
+int kq_GetTimeExtent(kq_DB *db, uint64_t *start, uint64_t *end);
+uint64_t kq_GetNumTicksPerSecond(kq_DB *db);
+/* The configuration name (lower case when reading); the handle keeps it.
+ * Null for a null handle. */
+const char *kq_GetNameOfConfigFile(kq_DB *db);
+/* isBigEndian: 1 when payloads are big-endian, 0 when little-endian. */
+int kq_GetIsBigEndian(kq_DB *db);
+int kq_IsBigEndian(kq_DB *db);
+/* fflush on the streams of .kqs, .kqi and .kqv that exist; null does nothing. */
+void kq_FlushFiles(kq_DB *db);
+/* 1 when the end of the stream has moved since the last kq_GetTimeExtent or
+ * kq_GetStartEventAndNumEvents (also right after opening), else 0. */
+int kq_MoreEvents(kq_DB *db);
+
+/* ======================================================================
+ * Queries by time and by event number
+ * ====================================================================== */
+
+/* The state of all objects just before the first event at or after `time`,
+ * and an iterator on that event's tag.  Either output may be null; the
+ * caller owns what comes back (kq_DeleteState, kq_DeleteEventIter).
+ * Returns 1. */
+int kq_GetStateAndIterFromTime(kq_DB *db, uint64_t time, kq_EventIter **iter, kq_State **state);
+
+/* Lists events from *iter on, at most maxEvents (0: no limit), and, with
+ * useEndTime set, only those before endTime.  Advances *iter.  Returns a
+ * new list of kq_Event (delete with List_Delete). */
+List_PT kq_GetNEventsBeforeTime(kq_DB *db, kq_EventIter **iter, int maxEvents, uint64_t endTime,
+                                uint8_t useEndTime);
+
+/* The events with startTime <= time < endTime, and in *state (when state
+ * isn't null) the state at startTime.  Caller owns both. */
+List_PT kq_GetEventListAndStateFromTimeRange(kq_DB *db, uint64_t startTime, uint64_t endTime,
+                                             kq_State **state);
+
+/* Up to maxEvents events from the event numbered eventNumber on, and in
+ * *state the state before it.  Caller owns both. */
+List_PT kq_GetNEventsAndStateFromEventNum(kq_DB *db, uint32_t eventNumber, int maxEvents,
+                                          kq_State **state);
+
+/* Refreshes the index; *start = 0 and *count = the number of events, each
+ * when not null.  Returns 1. */
+int kq_GetStartEventAndNumEvents(kq_DB *db, uint32_t *start, uint32_t *count);
+
+void kq_DeleteEventIter(kq_EventIter *iter);
+
+/* The owner of an event is the Task whose id is the payload's first four
+ * bytes.  Stores type 0 and that id when both outputs are non-null and
+ * returns 1; with fewer than 4 payload bytes prints
+ * "Invalid Extra Data(length %d) for event with type %d.\n" to stderr, stores
+ * nothing and returns 0. */
+int kq_GetOwnerOfEvent(kq_DB *db, const kq_Event *event, uint16_t *ownerType, uint32_t *ownerId);
+
+/* Prints every object of state to stdout, one line each, in table order. */
+void kq_DumpState(kq_State *state);
+
+/* ======================================================================
+ * Object usage queries
+ * ====================================================================== */
+
+/* Filter of objects: nonzero keeps the object. */
+typedef int (*kq_StateFilter)(kq_StateObject *object, void *filterArg);
+
+/* Puts into `result` every object that exists at `start` or is created by
+ * an event in [start, end), except those the filter (may be null) refuses.
+ * Blocks wholly inside the range are taken from their object lists. */
+void kq_GetObjectStuffUsedInTimeRange(kq_DB *db, uint64_t start, uint64_t end, HT_PT result,
+                                      kq_StateFilter filter, void *filterArg);
+
+/* The object types used in [start, end), sorted, in a new array (gen_free)
+ * with *count entries; null when there are none.  Returns 1. */
+int kq_GetObjectTypesInTimeRange(kq_DB *db, uint16_t **types, uint32_t *count, uint64_t start,
+                                 uint64_t end);
+
+/* The ids of objects of `type` used in [start, end), sorted, in a new array
+ * (gen_free) with *count entries; null when there are none.  Returns 1. */
+int kq_GetObjectIdsInTimeRange(kq_DB *db, uint32_t **ids, uint32_t *count, uint16_t type,
+                               uint64_t start, uint64_t end);
+
+/* A new copy (gen_free) of the value of object (type, id) of state and its
+ * length; returns 1, or 0 leaving the outputs alone when there is none. */
+int kq_GetStateOfObject(kq_State *state, uint16_t type, uint32_t id, uint8_t **bytes,
+                        uint32_t *length);
+
+/* ======================================================================
+ * Self-description: object types, fields and named values
+ * ====================================================================== */
+
+/* "Task" for type 0, else null; a constant string. */
+const char *kq_GetObjectTypeName(kq_DB *db, uint16_t type);
+/* For type 0: *fields = new array {0, 1, 2} (gen_free), *count = 3, each
+ * when not null.  Other types store nothing. */
+void kq_GetFieldsInObjectType(kq_DB *db, uint16_t type, int32_t **fields, uint32_t *count);
+/* A new description (kq_DeleteFieldDesc) of field 0..2, else null. */
+kq_FieldDesc *kq_GetFieldDesc(kq_DB *db, uint16_t type, int32_t field);
+void kq_DeleteFieldDesc(kq_FieldDesc *desc);
+/* Field 0: *values = new array {0, 1, 2, 3, 7} (gen_free) when values isn't
+ * null, *count = 5; other fields: *count = 0. */
+void kq_GetNamedValues(kq_DB *db, uint16_t type, int32_t field, uint16_t **values,
+                       uint32_t *count);
+/* Constant name of a status value of field 0, else null. */
+const char *kq_GetNameOfValue(kq_DB *db, uint16_t type, int32_t field, const uint16_t *value);
+/* 1 for field 0 with value 3, else 0. */
+int kq_IsPrimaryValue(kq_DB *db, uint16_t type, int32_t field, const uint16_t *value);
+/* Reads field `field` of object (type, id) of state into buffer: 0 status
+ * and 1 priority in host order, 2 the name as a NUL-ended text (from format
+ * version 3 on "second name, separator, name").  Returns 1 when the object
+ * exists, with *isKnown 1 when the field was known and fitted; 0 when the
+ * object is missing. */
+int kq_GetValueIfIsKnown(kq_DB *db, kq_State *state, uint16_t type, uint32_t id, int32_t field,
+                         uint8_t *isKnown, void *buffer, uint32_t bufferSize, char separator);
+
+/* ======================================================================
+ * Event names
+ * ====================================================================== */
+
+/* Long and short names of an event's type (and, for kernel calls, subtype);
+ * constant strings the caller neither frees nor changes. */
+const char *kq_GetNameOfEvent(kq_DB *db, const kq_Event *event);
+const char *kq_GetSimpleNameOfEvent(kq_DB *db, const kq_Event *event);
+
+/* ======================================================================
+ * The tracker of the second kernel
+ * ====================================================================== */
+
+/* A kq_SaveStateFunc for logs of the kernel whose services the kernel call
+ * names describe: task groups by the low ten bits of the id, second names.
+ * Always returns 1. */
+int kq_SaveStateChange_Vorhaven(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* RAVELOG_KQ_IO_H */

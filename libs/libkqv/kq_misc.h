@@ -1,0 +1,124 @@
+/*
+ * kq_misc.h - state objects and state changes: the hash-table callbacks that
+ * make a table of objects, recording changes into a database's stream (for
+ * trackers), applying changes to tables (for both sides), and the Task, the
+ * one object type, with kq_KeepTaskID.  The records (kq_State,
+ * kq_StateObject, StateChange) are in kq_io.h.
+ *
+ * The Task value: 76 bytes, stored in the stream byte for byte.  Its numbers
+ * are big-endian whatever the host or target.
+ *
+ *   offset size field            meaning
+ *   0      2    status           big-endian 16-bit
+ *   2      1    statusKnown      1 when status holds a value
+ *   3      1    reserved         0
+ *   4      4    priority         big-endian 32-bit; FF FF FF FF until known
+ *   8      1    priorityKnown
+ *   9      31   name             NUL-ended within the field
+ *   40     1    nameKnown
+ *   41     31   secondName       NUL-ended within the field
+ *   72     1    secondNameKnown
+ *   73     3    reserved         0
+ *
+ * A task 0x1234 created with status 3 and nothing else is recorded as a New
+ * of 85 bytes: 00, 00 00, 00 00 12 34, 00 4C, then 00 03 01 00 FF FF FF FF
+ * 00 and 67 bytes 00.
+ */
+#ifndef RAVELOG_KQ_MISC_H
+#define RAVELOG_KQ_MISC_H
+
+#include <stdint.h>
+
+#include "kq_io.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Object type of the Task, and the layout of its value. */
+#define KQ_TYPE_TASK 0
+#define KQ_TASK_VALUE_SIZE 76
+#define KQ_TASK_STATUS 0
+#define KQ_TASK_STATUS_KNOWN 2
+#define KQ_TASK_PRIORITY 4
+#define KQ_TASK_PRIORITY_KNOWN 8
+#define KQ_TASK_NAME 9
+#define KQ_TASK_NAME_KNOWN 40
+#define KQ_TASK_SECOND_NAME 41
+#define KQ_TASK_SECOND_NAME_KNOWN 72
+#define KQ_TASK_NAME_SIZE 31
+
+/* ---- Tables of objects ------------------------------------------------ */
+
+/* A new state whose table is made by HT_New(0, HashStateObject,
+ * CmpStateObject, DelStateObject, null, CloneStateObject, ClonePtr). */
+kq_State *kq_NewState(void);
+/* Deletes the table (and its objects) and frees the record; null is fine. */
+void kq_DeleteState(kq_State *state);
+
+/* Hash of a kq_StateObject key: the id with its first and last byte
+ * exchanged, exclusive-or the type. */
+uint32_t HashStateObject(const void *object);
+/* Compares by type, then id, unsigned.  Unusual sign: -1 when a is greater,
+ * 1 when a is less, 0 when equal. */
+int CmpStateObject(const void *a, const void *b);
+/* Frees value, then the record. */
+void DelStateObject(void *object);
+/* A deep copy of the object in *copy; returns 1. */
+int CloneStateObject(const void *object, void **copy);
+/* Copies the pointer; returns 1. */
+int ClonePtr(const void *value, void **copy);
+/* For tables keyed by type alone: type ^ 0x15725246, and compare by type
+ * with the sign of CmpStateObject. */
+uint32_t HashStateObjectByType(const void *object);
+int CmpStateObjectByType(const void *a, const void *b);
+
+/* Frees a StateChange and its bytes (kinds 0 and 1); prints
+ * "Unrecognized StateChange type\n" to stderr for a kind above 2. */
+void StateChangeDelete(void *change);
+
+uint8_t *kq_GetStateObjectValue(kq_StateObject *object);
+uint32_t kq_GetStateObjectId(kq_StateObject *object);
+
+/* ---- Recording, for trackers -------------------------------------------
+ * Each applies the change to the tables first, then appends its record to
+ * db's stream, whatever the application did. */
+void kq_SaveStateChangeNew(kq_DB *db, HT_PT current, HT_PT used, uint16_t type, uint32_t id,
+                           uint16_t length, const void *value);
+void kq_SaveStateChangeMod(kq_DB *db, HT_PT current, uint16_t type, uint32_t id,
+                           uint16_t offset, uint8_t count, const void *bytes);
+void kq_SaveStateChangeDel(kq_DB *db, HT_PT current, uint16_t type, uint32_t id);
+
+/* A new zeroed Task value (gen_free) with status = the argument as it stands
+ * in memory (unconverted), statusKnown 1 and priority FF FF FF FF. */
+uint8_t *kq_GetSpaceForTask(uint16_t status);
+
+/* Makes sure task `id` exists.  When it does, stores it in *found (found may
+ * be null), changes nothing and returns 0.  Otherwise records a New Task
+ * built from the arguments (status in host order; priority 4 bytes in the
+ * target's byte order; name and secondName 31 readable bytes each, copied
+ * whole) and returns 1, with *found null. */
+int kq_KeepTaskID(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, uint8_t nameGiven,
+                  const char *name, uint8_t statusGiven, uint16_t status, uint8_t priorityGiven,
+                  const void *priority, uint8_t secondNameGiven, const char *secondName,
+                  kq_StateObject **found);
+
+/* ---- Applying, for both sides ------------------------------------------
+ * current and used may each be null; that side is then left out.  filter
+ * may be null. */
+void ApplyStateChangeNew(HT_PT current, HT_PT used, uint16_t type, uint32_t id, uint16_t length,
+                         const void *value, kq_StateFilter filter, void *filterArg);
+void ApplyStateChangeMod(HT_PT current, uint16_t type, uint32_t id, uint16_t offset,
+                         uint8_t count, const void *bytes);
+void ApplyStateChangeDel(HT_PT current, uint16_t type, uint32_t id);
+void ApplyStateChange(HT_PT current, HT_PT used, kq_StateFilter filter, void *filterArg,
+                      const StateChange *change);
+void ApplyListOfStateChanges(List_PT list, HT_PT current, HT_PT used, kq_StateFilter filter,
+                             void *filterArg);
+void kq_UpdateStateFromStateAndEvent(kq_State *state, const kq_Event *event);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* RAVELOG_KQ_MISC_H */
