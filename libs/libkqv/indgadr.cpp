@@ -52,7 +52,7 @@ bool IsKnownMode(int mode) { return mode >= 0 && mode < GADR_NUM_MODES; }
 
 }  // namespace
 
-/* ---- Modes ----------------------------------------------------------------- */
+/* ---- Modes ----------------------------------------------------------- */
 
 extern "C" int gadr_set_mode(int mode) {
   const int old = theMode;
@@ -104,7 +104,7 @@ extern "C" int gadr_mode_from_encoding(int encoding) {
   return kFallbackMode;
 }
 
-/* ---- Assignment -------------------------------------------------------------- */
+/* ---- Assignment ------------------------------------------------------ */
 
 extern "C" void gadr_assign(gadr *dst, const gadr *a) { *dst = *a; }
 
@@ -136,7 +136,7 @@ extern "C" void gadr_sign_extend(gadr *a) {
   a->hi = (a->lo & kBit31) != 0 ? kAllOnes : 0;
 }
 
-/* ---- Tests ---------------------------------------------------------------------- */
+/* ---- Tests ----------------------------------------------------------- */
 
 extern "C" int gadr_is_nil(const gadr *a) {
   switch (gadr_form::Current()) {
@@ -185,7 +185,7 @@ extern "C" int gadr_is_not_nil_or_0(const gadr *a) {
   return gadr_is_nil_or_0(a) ? 0 : 1;
 }
 
-/* ---- Plain 32-bit values ------------------------------------------------------------ */
+/* ---- Plain 32-bit values --------------------------------------------- */
 
 extern "C" int gadr32_is_nil(uint32_t value) { return value == kAllOnes ? 1 : 0; }
 

@@ -40,7 +40,7 @@
  *   2     lo is 0xFFFFFFFF              lo and hi are 0
  *   3     lo and hi are 0xFFFFFFFF      lo and hi are 0
  *
- * ---- Conventions ------------------------------------------------------------
+ * ---- Conventions --------------------------------------------------------
  * gadr arguments are pointers: inputs const gadr *, destinations gadr *.
  * A destination may be one of the inputs.  Every pointer must be valid
  * (null is a caller's mistake) unless a comment says otherwise.  Tests
@@ -63,7 +63,7 @@
 extern "C" {
 #endif
 
-/* ---- Modes ------------------------------------------------------------- */
+/* ---- Modes ----------------------------------------------------------- */
 #define GADR_MODE_16BIT 0
 #define GADR_MODE_16BIT_16SEG 1
 #define GADR_MODE_32BIT 2
@@ -81,7 +81,7 @@ extern "C" {
 #define GADR_ENCODING_32BIT 4
 #define GADR_ENCODING_64BIT 8
 
-/* ---- The record --------------------------------------------------------- */
+/* ---- The record ------------------------------------------------------ */
 typedef struct gadr {
   uint32_t lo; /* low word; in modes 0 and 1: segment << 16 | offset */
   uint32_t hi; /* high word; used in 64bit */
@@ -122,7 +122,7 @@ int gadr_encoding_from_mode(int mode);
  * 2. */
 int gadr_mode_from_encoding(int encoding);
 
-/* ---- Assignment ------------------------------------------------------------ */
+/* ---- Assignment ------------------------------------------------------ */
 
 /* *dst = *a, both words. */
 void gadr_assign(gadr *dst, const gadr *a);
@@ -144,7 +144,7 @@ gadr gadrNil(void);
  * nothing. */
 void gadr_sign_extend(gadr *a);
 
-/* ---- Tests ---------------------------------------------------------------
+/* ---- Tests --------------------------------------------------------------
  * 1 or 0, by the mode's table above. */
 int gadr_is_0(const gadr *a);
 int gadr_is_nil(const gadr *a);
@@ -167,7 +167,7 @@ int gadr32_is_nil(uint32_t value);
 uint32_t gadr32_scale_up(uint32_t value, uint32_t scale);
 uint32_t gadr32_scale_down(uint32_t value, uint32_t scale);
 
-/* ---- Comparison ------------------------------------------------------------
+/* ---- Comparison ---------------------------------------------------------
  * Unsigned, on the mode's key: off in mode 0, lo in modes 1 and 2, hi then
  * lo in mode 3. */
 int gadr_cmp(const gadr *a, const gadr *b); /* -1, 0, 1 */
@@ -182,7 +182,7 @@ int gadr_cmp32(const gadr *a, uint32_t value); /* -1, 0, 1 */
 int gadr_lt32(const gadr *a, uint32_t value);
 int gadr_lte32(const gadr *a, uint32_t value);
 
-/* ---- Arithmetic ------------------------------------------------------------
+/* ---- Arithmetic ---------------------------------------------------------
  * Everything wraps at the width of its mode.  Operations with a destination
  * write all of it; those without change a in place and leave the rest of a
  * as it was.
@@ -239,7 +239,7 @@ const gadr *gadr_pmax(const gadr *a, const gadr *b);
 /* gen_error("gadr: unimplemented 16bit case"). */
 void gadr_no16(void);
 
-/* ---- Text -------------------------------------------------------------------
+/* ---- Text ---------------------------------------------------------------
  * The printers write into the foundation's ring of scratch buffers
  * (gen_get_temp_buf(4, 24)): the text stays valid for the next three such
  * calls of anyone, and the caller doesn't free it.
@@ -279,7 +279,7 @@ const char *gadr_scan(const char *text, uint32_t scale, gadr *a);
  * 1 when that moved it (skipped white space alone counts), else 0. */
 int gadr_scanf(const char **text, uint32_t scale, gadr *a);
 
-/* ---- Scaling and alignment ------------------------------------------------ */
+/* ---- Scaling and alignment ------------------------------------------- */
 
 /* Multiply (up) or divide (down) an address by scale; scale 1 does
  * nothing.  Modes 0 and 1: off, when a isn't nil (seg stays, off wraps at
@@ -295,7 +295,7 @@ void gadr_scale_down(gadr *a, uint32_t scale);
  * address. */
 void gadr_align(gadr *a, uint32_t alignment);
 
-/* ---- Ranges -------------------------------------------------------------------
+/* ---- Ranges -------------------------------------------------------------
  * Where a lies against the half-open range [start, end): -1 below it, 0 in
  * it, 1 above it.  A range whose end is below its start wraps past the top
  * of the address space and holds the part from start to the top and the
@@ -339,7 +339,7 @@ int gadr_cmpblock32(const gadr *a, uint32_t start, uint32_t length);
 /* gen_warning("gadr: invalid range"). */
 void gadr_warn_for_invalid_wraparound_range(void);
 
-/* ---- Internal --------------------------------------------------------------
+/* ---- Internal -----------------------------------------------------------
  * The current mode, initially GADR_MODE_32BIT.  Read it through
  * gadr_get_mode and set it through gadr_set_mode; declared here so that the
  * family's sources share it. */

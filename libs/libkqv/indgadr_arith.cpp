@@ -56,7 +56,7 @@ int ShiftOfScale(uint32_t scale) { return scale == 0 ? 0 : std::bit_width(scale)
 
 }  // namespace
 
-/* ---- Comparison -------------------------------------------------------------- */
+/* ---- Comparison ------------------------------------------------------ */
 
 extern "C" int gadr_cmp(const gadr *a, const gadr *b) {
   switch (gadr_form::Current()) {
@@ -94,7 +94,7 @@ extern "C" int gadr_lte32(const gadr *a, uint32_t value) {
   return gadr_cmp32(a, value) <= 0 ? 1 : 0;
 }
 
-/* ---- Arithmetic -------------------------------------------------------------------
+/* ---- Arithmetic ---------------------------------------------------------
  * Each result is computed whole before it is stored, so a destination may
  * be one of the inputs. */
 
@@ -252,7 +252,7 @@ extern "C" int32_t gadr_diff(const gadr *a, const gadr *b) {
   return static_cast<int32_t>(difference.lo);
 }
 
-/* ---- Minimum and maximum ------------------------------------------------------------ */
+/* ---- Minimum and maximum --------------------------------------------- */
 
 extern "C" void gadr_no16(void) { gen_error("gadr: unimplemented 16bit case"); }
 
@@ -291,7 +291,7 @@ extern "C" void gadr_max(gadr *dst, const gadr *a, const gadr *b) {
   StoreChosen(dst, gadr_pmax(a, b));
 }
 
-/* ---- Scaling and alignment ------------------------------------------------------------- */
+/* ---- Scaling and alignment ------------------------------------------- */
 
 extern "C" void gadr_scale_up(gadr *a, uint32_t scale) {
   if (scale == 1 || scale == 0) return;

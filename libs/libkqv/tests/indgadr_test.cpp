@@ -99,7 +99,7 @@ TEST(GadrModeEncoding, UnknownModeGivesMessageAndEncoding4) {
   }
 }
 
-// ---- Modes -------------------------------------------------------------------
+// ---- Modes --------------------------------------------------------------
 
 TEST(GadrModes, SetReturnsTheOldModeAndStartsAt32bit) {
   EXPECT_EQ(gadr_get_mode(), 2);
@@ -136,7 +136,7 @@ TEST(GadrModes, NamesAndByteSizes) {
   }
 }
 
-// ---- Assignment and tests ------------------------------------------------------
+// ---- Assignment and tests -----------------------------------------------
 
 TEST(GadrAssign, ThirtyTwoBitValuesSignExtendOnlyIn64bit) {
   gadr a;
@@ -208,7 +208,7 @@ TEST(GadrTests, NilAndZeroFollowEachModesTable) {
   EXPECT_EQ(gadr32_scale_down(0xFFFFFFFEu, 2), 0x7FFFFFFFu);
 }
 
-// ---- Text ------------------------------------------------------------------------
+// ---- Text ---------------------------------------------------------------
 
 TEST(GadrText, PrintsEachModeAndParsesBack) {
   struct Row {
@@ -300,7 +300,7 @@ TEST(GadrText, ScanScalesBelow64bitAndComplainsIn64bit) {
   EXPECT_STREQ(text, " 0x6");
 }
 
-// ---- Comparison and arithmetic -----------------------------------------------------
+// ---- Comparison and arithmetic ------------------------------------------
 
 TEST(GadrCompare, KeysOfEachMode) {
   const gadr a = Adr(0x00020001u), b = Adr(0x00010002u, 1);
@@ -510,7 +510,7 @@ TEST(GadrScaleAlign, EachModeAndNil) {
   EXPECT_ADR(a, 0xFFFFFFFCu, kOnes);
 }
 
-// ---- Ranges ----------------------------------------------------------------------------
+// ---- Ranges -------------------------------------------------------------
 
 TEST(GadrRange, HalfOpenAndWrappingRanges) {
   ScopedProgName name("tool");
