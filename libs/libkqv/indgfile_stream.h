@@ -1,9 +1,10 @@
 /*
  * indgfile_stream.h - the byte-level access of GFile to its stream, shared
  * by the indgfile*.cpp sources and by nothing else.  Every encoding reads
- * and writes single bytes through GetByte and PutByte and blocks through
- * ReadBlock and WriteBlock, so the way bytes reach the stream can change
- * here without any encoding or caller noticing.  C++ only; not installed.
+ * and writes single bytes through GetByte (or NextByte) and PutByte and
+ * blocks through ReadBlock and WriteBlock, so the way bytes reach the
+ * stream can change here without any encoding or caller noticing.  C++
+ * only; not installed.
  */
 #ifndef RAVELOG_INDGFILE_STREAM_H
 #define RAVELOG_INDGFILE_STREAM_H
@@ -26,12 +27,20 @@ inline void PutByte(GFile *gf, uint32_t value) {
   putc_unlocked(static_cast<int>(value & 0xFFu), gf->fp);
 }
 
-/* The next byte, or kMissingByte at the end of the file (or on a read
- * error, which the stream's error indicator keeps). */
-inline uint32_t GetByte(GFile *gf) {
-  if (gf->fp == nullptr) return kMissingByte;
+/* The next byte (0..255), or -1 at the end of the file or on a read error
+ * (which the stream's error indicator keeps).  For readers that must tell
+ * a missing byte from a byte 0xFF. */
+inline int NextByte(GFile *gf) {
+  if (gf->fp == nullptr) return -1;
   const int c = getc_unlocked(gf->fp);
-  return c == EOF ? kMissingByte : static_cast<uint32_t>(c);
+  return c == EOF ? -1 : c;
+}
+
+/* The next byte, or kMissingByte at the end of the file (or on a read
+ * error). */
+inline uint32_t GetByte(GFile *gf) {
+  const int c = NextByte(gf);
+  return c < 0 ? kMissingByte : static_cast<uint32_t>(c);
 }
 
 /* One block write of n bytes; a failure stays in the error indicator. */
