@@ -7,6 +7,7 @@
  */
 #include "indgfile.h"
 
+#include <bit>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -80,7 +81,7 @@ void WriteHeader(GFile *gf, uint32_t file_type, uint32_t packed, int32_t adr_mod
   gf_put_4(gf, packed);
   gf_put_1(gf, static_cast<uint32_t>(gadr_encoding_from_mode(adr_mode)));
   gf_put_1(gf, 0);  // descriptors are never written
-  gf_put_1(gf, hd_storage != 0 ? GF_HD_STORAGE_NATIVE : GF_HD_STORAGE_NONE);
+  gf_put_1(gf, hd_storage != 0 ? GF_HD_STORAGE_BIG_ENDIAN : GF_HD_STORAGE_NONE);
   gf_put_1(gf, 0);  // reserved
 }
 
@@ -124,6 +125,15 @@ void StoreOpenRecord(GFile *gf, const char *name, bool for_write, int32_t versio
   gf->hd_storage = hd_storage;
   gf->map_addr = gf_get_nil_file_memory_mapping_handle();
   gf->map_len = UINT32_MAX;
+}
+
+/* Whether the raw words of hd storage byte `stored` are in the other order
+ * than this host's: byte 2 says so on every host; byte 1 (and any other
+ * nonzero byte, taken as 1) means big-endian words.  See indgfile.h. */
+bool HdWordsNeedSwapping(uint32_t stored) {
+  if (stored == GF_HD_STORAGE_NONE) return false;
+  if (stored == GF_HD_STORAGE_SWAPPED) return true;
+  return std::endian::native != std::endian::big;
 }
 
 /* Undoes an open: closes a stream opened here and frees an allocated
@@ -185,7 +195,7 @@ extern "C" GFile *gf_init_and_open(GFile *gf, FILE *stream, const char *name, in
   }
   StoreOpenRecord(gf, name, false, header.version, header.file_type, header.packed, header.adr_mode,
                   static_cast<uint8_t>(header.hd_storage), owns_record);
-  gf->swapped = header.hd_storage == GF_HD_STORAGE_SWAPPED ? 1 : 0;
+  gf->swapped = HdWordsNeedSwapping(header.hd_storage) ? 1 : 0;
   return gf;
 }
 

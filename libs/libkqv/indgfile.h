@@ -55,10 +55,95 @@
  * the stream's end-of-file indicator: gf_get_2 with one byte 0xAB left
  * gives 0xABFF, gf_get_4 at the end gives 0xFFFFFFFF.
  *
- * The variable-length integers (governed by the packed flag), strings,
- * target addresses (governed by adr_mode), alignment pads and four-byte
- * arrays (governed by hd storage) are further encodings of the same file;
- * they take a GFile and work at its current position like the values here.
+ * ---- Integer families: fixed or packed ----------------------------------
+ *
+ * The families un (unsigned), sn (signed), iss and ind, and their _2 and _3
+ * difference forms, follow the header's packed flag.  With packed 0 every
+ * integer is a plain 4-byte gf_put_4 value (a _2 form two of them, a, b; a
+ * _3 form three).  With packed nonzero:
+ *
+ *   un   unsigned LEB128 of the 32-bit value, 1 to 5 bytes: 7 bits at a
+ *        time, least significant group first, bit 7 set on every byte but
+ *        the last (the shift is logical)
+ *   sn   signed LEB128, the same with an arithmetic shift: the last byte is
+ *        the one after which only copies of its bit 6 remain
+ *   iss, ind   un of value + 1, so -1 is the single byte 00
+ *   _2 (a, b)      un of a + 1, sn of b - a
+ *   _3 (a, b, c)   un of a + 1, sn of b - a, sn of c - b
+ * All sums and differences are taken modulo 2^32.
+ *
+ *   value        un bytes          value         sn bytes
+ *   0            00                0             00
+ *   127          7F                63            3F
+ *   128          80 01             64            C0 00
+ *   300          AC 02             -1            7F
+ *   16384        80 80 01          -64           40
+ *   0xFFFFFFFF   FF FF FF FF 0F    -65           BF 7F
+ *                                  -2147483648   80 80 80 80 78
+ *                                  2147483647    FF FF FF FF 07
+ *
+ * The end of the file inside a packed number reads as 0; an unpacked one
+ * reads as 0xFFFFFFFF (four missing bytes).
+ *
+ * ---- Strings ------------------------------------------------------------
+ *
+ * The length including the terminating zero byte, as un, then that many
+ * bytes, the terminator included.  A null pointer is length 0 and no bytes.
+ *
+ *   "abc"  packed: 04 61 62 63 00      unpacked: 00 00 00 04 61 62 63 00
+ *   ""     packed: 01 00               unpacked: 00 00 00 01 00
+ *   null   packed: 00                  unpacked: 00 00 00 00
+ *
+ * ---- Target addresses ---------------------------------------------------
+ *
+ * Fixed width, big-endian: adr16 2 bytes, adr32 4 bytes, adr64 8 bytes (the
+ * high word, then the low word).  A gadr (indgadr.h) goes by the file's
+ * adr_mode, never by the process's current mode:
+ *
+ *   adr_mode      one address (gf_put_adr)     a pair (gf_put_adr_2)
+ *   16bit         adr16 of the offset          adr16_2 of the offsets
+ *   16bit-16seg   sn of the segment (as an     sn of a's segment, sn of b's,
+ *                 unsigned 16-bit number),     adr16_2 of the offsets
+ *                 adr16 of the offset
+ *   32bit         adr32 of lo                  adr32_2 of the lo words
+ *   64bit         adr64                        adr64_2
+ *
+ * A pair with packed 0 is the two addresses in full; packed, the second is
+ * a difference: adr16_2 = adr16 of the first, sn of second - first taken
+ * on unsigned 16-bit numbers (-65535..65535); adr32_2 = adr32 of the first,
+ * sn of the difference modulo 2^32; adr64_2 = adr64 of the first, sn of the
+ * difference of the high words, sn of that of the low words, each modulo
+ * 2^32 with no borrow between them.  E.g. packed 64bit, first
+ * 0x00000001_FFFFFFFF, second 0x00000002_00000000:
+ *   00 00 00 01 FF FF FF FF  01  01
+ * Reading restores nil: an offset 0xFFFF (16-bit modes) or a lo 0xFFFFFFFF
+ * (32bit) makes the whole gadr nil.
+ *
+ * ---- Alignment pads -----------------------------------------------------
+ *
+ * A pad brings the position, counted from the first header byte, to a
+ * multiple of a power of two not above 64.  A pad of p bytes holds
+ * 0xAA + p, 0xAA + p - 1, ... down to 0xAB: to align 4 at position 21 the
+ * pad is AD AC AB; at 22 AC AB; at 23 AB; at 24 nothing.
+ *
+ * ---- Four-byte arrays and hd storage ------------------------------------
+ *
+ * Without hd storage (header byte 18 is 0) an array of n words is n gf_put_4
+ * values, with no pad.  With hd storage it is a pad to 4 and then the n
+ * words as raw big-endian words, which can be handed out straight from a
+ * memory mapping on a big-endian host.  No array carries its count.
+ *
+ * Byte order of hd storage on this host: byte 18 is 1 (words big-endian)
+ * or 2 (words in the opposite order to the reader's); a writer never puts
+ * 2.  So a writer that asks for hd storage always writes 1 and big-endian
+ * words: on a big-endian host the words go out as they lie in memory, on a
+ * little-endian host each word is converted on the way (in bounded chunks,
+ * with no allocation).  A reader sets swapped when the file's words are
+ * not in its own order: for byte 2 on every host, and for byte 1 (or any
+ * other nonzero byte, which counts as 1) on a little-endian host.
+ * gf_get_array_4 then swaps the words it read, and gf_can_memory_map_array
+ * refuses four-byte arrays, since mapped words stay as the file holds
+ * them.  Files with byte 18 equal to 0 are the same bytes on every host.
  *
  * ---- States -----------------------------------------------------------------
  *
@@ -112,11 +197,11 @@ extern "C" {
 #endif
 
 /* ---- Format constants ------------------------------------------------ */
-#define GF_HEADER_SIZE 20        /* bytes; position of the first byte behind it */
-#define GF_FORMAT_VERSION 1      /* written, and the highest one read */
-#define GF_HD_STORAGE_NONE 0     /* header byte 18 values */
-#define GF_HD_STORAGE_NATIVE 1
-#define GF_HD_STORAGE_SWAPPED 2
+#define GF_HEADER_SIZE 20          /* bytes; position of the first byte behind it */
+#define GF_FORMAT_VERSION 1        /* written, and the highest one read */
+#define GF_HD_STORAGE_NONE 0       /* header byte 18: arrays element by element */
+#define GF_HD_STORAGE_BIG_ENDIAN 1 /* raw big-endian words; what a writer puts */
+#define GF_HD_STORAGE_SWAPPED 2    /* raw words in the other order than the reader's */
 
 /* ---- The record ---------------------------------------------------------
  * Fields in this order.  A position is a 32-bit signed number relative to
@@ -130,7 +215,7 @@ struct _GFile {
   uint32_t packed;                    /* the header's packed flag */
   int32_t adr_mode;                   /* this file's address mode (GADR_MODE_*) */
   uint8_t descriptors;                /* always 0 in an open record */
-  uint8_t swapped;                    /* 1 when the hd storage byte is 2 (reading) */
+  uint8_t swapped;                    /* 1: hd storage words need swapping (reading) */
   void *map_addr;                     /* mapping of the file; (void *)-1 if none */
   uint32_t map_len;                   /* its length in bytes; 0xFFFFFFFF if none */
   int32_t base;                       /* stream offset of header byte 0 */
@@ -293,14 +378,144 @@ void gf_get_array_1(GFile *gf, void *buf, uint32_t n);
  * which report their own failures). */
 void gf_skip_array_1(GFile *gf, uint32_t n);
 
+/* ---- Fixed-width addresses ----------------------------------------------
+ * Big-endian, whatever the file's packed flag and adr_mode.  The readers
+ * give 0xFFFF, 0xFFFFFFFF or all-ones words at the end of the file. */
+
+void gf_put_adr16(GFile *gf, uint32_t value); /* the low 16 bits */
+uint32_t gf_get_adr16(GFile *gf);             /* 0..65535 */
+void gf_put_adr32(GFile *gf, uint32_t value);
+uint32_t gf_get_adr32(GFile *gf);
+/* hi, then lo. */
+void gf_put_adr64(GFile *gf, const gadr *a);
+void gf_get_adr64(GFile *gf, gadr *a);
+
+/* ---- Integer families ---------------------------------------------------
+ * Fixed (4 bytes) or packed (LEB128) by the file's packed flag; see the
+ * table above.  A packed reader that meets the end of the file inside a
+ * number returns 0 (the _2 and _3 readers carry on from there); an
+ * unpacked one reads missing bytes as 0xFF.  A packed reader takes every
+ * byte with bit 7 set as one more group, however many; bits beyond 32 are
+ * dropped. */
+
+void gf_put_un(GFile *gf, uint32_t value);
+uint32_t gf_get_un(GFile *gf);
+void gf_put_sn(GFile *gf, int32_t value);
+int32_t gf_get_sn(GFile *gf);
+/* -1 takes the single byte 00 when packed. */
+void gf_put_iss(GFile *gf, int32_t value);
+int32_t gf_get_iss(GFile *gf);
+void gf_put_ind(GFile *gf, int32_t value);
+int32_t gf_get_ind(GFile *gf);
+/* Pairs and triples, the later values as differences when packed.  The
+ * readers store through every pointer, which must not be null. */
+void gf_put_iss_2(GFile *gf, int32_t a, int32_t b);
+void gf_get_iss_2(GFile *gf, int32_t *a, int32_t *b);
+void gf_put_iss_3(GFile *gf, int32_t a, int32_t b, int32_t c);
+void gf_get_iss_3(GFile *gf, int32_t *a, int32_t *b, int32_t *c);
+void gf_put_ind_2(GFile *gf, int32_t a, int32_t b);
+void gf_get_ind_2(GFile *gf, int32_t *a, int32_t *b);
+void gf_put_ind_3(GFile *gf, int32_t a, int32_t b, int32_t c);
+void gf_get_ind_3(GFile *gf, int32_t *a, int32_t *b, int32_t *c);
+
+/* ---- Strings --------------------------------------------------------- */
+
+/* Writes s with its length (terminator included) as un; null is length 0
+ * and no bytes. */
+void gf_put_str(GFile *gf, const char *s);
+/* Reads a string written by gf_put_str.  Length 0 gives null.  Otherwise
+ * returns a new gen_alloc'ed block holding the stated bytes as the file has
+ * them (the terminator is the file's), followed by one extra zero byte, so
+ * the result always ends in a zero even when the file is damaged.  When the
+ * file ends inside the string the result holds the bytes that were there,
+ * then zeros; gf_is_eof tells.  Memory grows only with the bytes that
+ * arrive, so a damaged length can't ask for more than the file holds.  The
+ * caller frees the result with gen_free. */
+char *gf_get_str(GFile *gf);
+
+/* ---- Target addresses by the file's mode --------------------------------
+ * By adr_mode (see the table above); a file whose adr_mode is not one of
+ * the four modes makes them all do nothing. */
+
+void gf_put_adr(GFile *gf, const gadr *a);
+/* Reads one address into *a:
+ *   16bit        an offset of 0xFFFF makes *a nil; otherwise only the
+ *                offset (low half of lo) is stored, the rest stays
+ *   16bit-16seg  segment by gf_get_sn, then the offset; an offset of 0xFFFF
+ *                makes *a nil; otherwise lo = segment (low 16 bits) and
+ *                offset, hi stays
+ *   32bit        0xFFFFFFFF makes *a nil; otherwise lo is stored, hi stays
+ *   64bit        hi and lo as read */
+void gf_get_adr(GFile *gf, gadr *a);
+void gf_put_adr_2(GFile *gf, const gadr *a, const gadr *b);
+/* Reads a pair and then treats each address alone as gf_get_adr does. */
+void gf_get_adr_2(GFile *gf, gadr *a, gadr *b);
+
+/* The pair forms; with packed nonzero the second as a difference. */
+void gf_put_adr16_2(GFile *gf, uint32_t first, uint32_t second); /* low 16 bits of each */
+void gf_get_adr16_2(GFile *gf, uint16_t *first, uint16_t *second);
+void gf_put_adr32_2(GFile *gf, uint32_t first, uint32_t second);
+/* Stores the lo word of each; their hi words stay as they were. */
+void gf_get_adr32_2(GFile *gf, gadr *first, gadr *second);
+void gf_put_adr64_2(GFile *gf, const gadr *first, const gadr *second);
+void gf_get_adr64_2(GFile *gf, gadr *first, gadr *second);
+
+/* ---- Alignment pads -----------------------------------------------------
+ * alignment: a power of two not above 64; 0 and 1 do nothing, and so does
+ * any other value (a caller's mistake).  The position is gf_tell's,
+ * relative to base; when gf_tell fails (it reports) nothing more is done. */
+
+/* Writes the pad that brings the position to a multiple of alignment. */
+void gf_put_alignpad(GFile *gf, uint32_t alignment);
+/* Reads that pad to its end; every byte that isn't what a writer puts sets
+ * the alignpad error (one message per file, see the error state). */
+void gf_get_alignpad(GFile *gf, uint32_t alignment);
+
+/* ---- Arrays and memory mappings -----------------------------------------
+ * n 0 does nothing in all of these (no pad, ptr untouched). */
+
+/* Hands out n bytes at the current position straight from the file's
+ * memory mapping (gf_open_memory_mapping) and moves n bytes forward.  *ptr
+ * points into the mapping and is valid while the mapping lasts.  With no
+ * mapping, or when the n bytes don't lie wholly inside it (a file cut
+ * short), *ptr becomes null, the file memory mapping error is set and the
+ * position stays. */
+void gf_get_mapped_array_1(GFile *gf, const uint8_t **ptr, uint32_t n);
+
+/* Writes n words.  With hd storage: a pad to 4, then the words big-endian
+ * in block writes.  Without: n times gf_put_4, no pad. */
+void gf_put_array_4(GFile *gf, const uint32_t *buf, uint32_t n);
+/* Reads n words into buf, the counterpart of gf_put_array_4.  With hd
+ * storage: the pad (checked), one block read, and gf_swap_array_4 when
+ * swapped; words the file didn't hold are unspecified.  Without: n times
+ * gf_get_4. */
+void gf_get_array_4(GFile *gf, uint32_t *buf, uint32_t n);
+/* As gf_get_mapped_array_1 for n words of a file with hd storage: reads the
+ * pad, then hands out the words as the file holds them (unconverted in a
+ * swapped file: ask gf_can_memory_map_array(gf, 4) first).  Without a
+ * mapping or without hd storage: *ptr null, the file memory mapping error,
+ * and the position stays. */
+void gf_get_mapped_array_4(GFile *gf, const uint32_t **ptr, uint32_t n);
+/* Passes over n words: with hd storage the pad (checked) and a seek,
+ * without n times gf_get_4. */
+void gf_skip_array_4(GFile *gf, uint32_t n);
+/* Reverses the four bytes of each of the n words at buf in place. */
+void gf_swap_array_4(uint32_t *buf, uint32_t n);
+
+/* ---- Constant checks ----------------------------------------------------
+ * Write nothing: when value differs from expected they set the constval
+ * error (one message per file, see the error state). */
+void gf_put_uc(GFile *gf, uint32_t value, uint32_t expected);
+void gf_put_sc(GFile *gf, int32_t value, int32_t expected);
+
 /* ---- Internal ------------------------------------------------------------
  * Not for callers outside GFile; declared here so that tests can reach it. */
 
 /* The shared body of gf_open_for_read (for_write 0, with the placeholders
  * 0, 0, 2, 0, 0) and gf_open_for_write (for_write 1). */
 GFile *gf_init_and_open(GFile *gf, FILE *stream, const char *name, int for_write,
-                        uint32_t file_type, uint32_t packed, int32_t adr_mode,
-                        uint8_t descriptors, uint8_t hd_storage);
+                        uint32_t file_type, uint32_t packed, int32_t adr_mode, uint8_t descriptors,
+                        uint8_t hd_storage);
 
 #ifdef __cplusplus
 }

@@ -9,6 +9,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -446,7 +447,7 @@ TEST_F(GFileTest, MappingNotClosedWithFileOutlivesIt) {
   EXPECT_EQ(errno, ENOMEM);
 }
 
-TEST_F(GFileTest, FourByteArraysMapOnlyWithUnswappedHdStorage) {
+TEST_F(GFileTest, FourByteArraysMapOnlyWithWordsInHostOrder) {
   for (int hd : {1, 2}) {
     std::string bytes = kStreamHeader;
     bytes[18] = static_cast<char>(hd);
@@ -456,7 +457,11 @@ TEST_F(GFileTest, FourByteArraysMapOnlyWithUnswappedHdStorage) {
     EXPECT_EQ(gf_can_memory_map_array(&record, 4), 0) << "no mapping yet";
     ASSERT_NE(gf_open_memory_mapping(&record, 1, nullptr, nullptr),
               gf_get_nil_file_memory_mapping_handle());
-    EXPECT_EQ(gf_can_memory_map_array(&record, 4), hd == 1 ? 1 : 0) << "hd storage " << hd;
+    // Byte 1 holds big-endian words, byte 2 words in the other order than
+    // this host's: only big-endian words on a big-endian host map as they are.
+    const bool words_as_host = hd == 1 && std::endian::native == std::endian::big;
+    EXPECT_EQ(record.swapped, words_as_host ? 0 : 1) << "hd storage " << hd;
+    EXPECT_EQ(gf_can_memory_map_array(&record, 4), words_as_host ? 1 : 0) << "hd storage " << hd;
     gf_close_memory_mapping(&record, gf_get_nil_file_memory_mapping_handle(), 0xFFFFFFFFu);
     EXPECT_EQ(record.map_addr, gf_get_nil_file_memory_mapping_handle());
     EXPECT_EQ(record.owns_mapping, 0);
