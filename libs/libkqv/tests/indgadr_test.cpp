@@ -479,6 +479,8 @@ TEST(GadrScaleAlign, EachModeAndNil) {
   a = Adr(0x1237, 5);
   gadr_align(&a, 16);
   EXPECT_ADR(a, 0x1230, 5);
+  gadr_align(&a, 80);  // by division: any alignment, not only powers of two
+  EXPECT_ADR(a, 0x1220, 5);
   {
     ScopedMode mode(1);
     a = Adr(0x0002C001u);
