@@ -421,6 +421,13 @@ TEST_F(ViewpathTest, AccessCountsALaterNodesFileAsWritable) {
   EXPECT_EQ(gen_access((local_ + "/f").c_str(), R_OK), 0);
   EXPECT_EQ(gen_access((local_ + "/f").c_str(), X_OK), -1);
   EXPECT_EQ(errno, EACCES);
+  // The search ends at the first node that has the file, allowed or not.
+  WriteFileBytes(mid_ + "/g", "mid");
+  WriteFileBytes(far_ + "/g", "far");
+  ASSERT_EQ(chmod((mid_ + "/g").c_str(), 0444), 0);
+  ASSERT_EQ(chmod((far_ + "/g").c_str(), 0755), 0);
+  EXPECT_EQ(gen_access((local_ + "/g").c_str(), X_OK), -1);
+  EXPECT_EQ(errno, EACCES);
   EXPECT_EQ(gen_access((local_ + "/none").c_str(), W_OK), -1);
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(gen_access("/elsewhere/none", R_OK), -1);
