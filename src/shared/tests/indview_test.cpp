@@ -211,7 +211,14 @@ TEST_F(ViewpathTest, ReadsFindTheFileInTheFirstLaterNodeThatHasIt) {
   EXPECT_EQ(std::string(text, 3), "mid");
   close(fd);
 
+  stream = gen_freopen((local_ + "/g").c_str(), "r", tmpfile());
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(fread(text, 1, sizeof text - 1, stream), 3u);
+  EXPECT_EQ(std::string(text, 3), "mid");
+  fclose(stream);
+
   struct stat info;
+  EXPECT_EQ(gen_sys_stat((local_ + "/f").c_str(), &info), -1);  // plain calls see no node
   EXPECT_EQ(gen_stat((local_ + "/f").c_str(), &info), 0);
   EXPECT_EQ(V_node, 2);
   EXPECT_EQ(gen_stat((local_ + "/h").c_str(), &info), 0);  // a local file wins
