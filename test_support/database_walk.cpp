@@ -146,6 +146,7 @@ StreamWalk WalkStream(const std::string &file, bool requireEndAtLastByte, uint32
     const uint64_t length = c.Number(4);
     event.type = static_cast<uint16_t>(c.Number(2));
     event.subtype = static_cast<uint16_t>(c.Number(2));
+    event.payloadPosition = c.at();
     event.payload = c.Raw(length);
     const uint32_t changesStart = c.at();
     if (c.cut() || !SkipChanges(c, &walk.error)) {

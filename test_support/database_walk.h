@@ -28,6 +28,7 @@ struct WalkedEvent {
   uint64_t time = 0;
   uint16_t type = 0;
   uint16_t subtype = 0;
+  uint32_t payloadPosition = 0;
   std::string payload;
   std::string changes;     // the raw change records, without the final 3
 };
