@@ -152,8 +152,11 @@ kq_DB *New_kq_DB(void);
 /* Creates the database `base`.kqv/.kqs/.kqi, replacing any old one (its
  * .kqv goes first).  .kqv is written whole under a temporary name and moved
  * into place after the other two files exist.  configName is kept as given
- * and stored in .kqv in lower case; isBigEndian describes the byte order of
- * the event payloads to come; saveStateChange is the tracker.  Returns the
+ * and stored in .kqv in lower case (null counts as empty); isBigEndian
+ * describes the byte order of the event payloads to come; saveStateChange
+ * is the tracker (null: no event records a change).  A null base fails.
+ * When the handle comes back, .kqs and .kqi are in their files, each 21
+ * bytes (header and 0 tag), and .kqv is complete.  Returns the
  * handle, or null without a message when a name can't be formed or a file
  * can't be removed, opened or moved (files already made stay on disk). */
 kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond, const char *configName,

@@ -78,6 +78,23 @@
  *       state save and the event packet visible at once) and 1 otherwise.
  *   (3) A .kqi entry is added only after the .kqs patch of the same event,
  *       so the index never runs ahead of the stream.
+ *
+ * The patch of rules (1) and (2) goes: note the position P of the final 0
+ * tag (gf_tell - 1); write the record from P + 1 on and a new 0 tag behind
+ * it; note the end E (gf_tell); gf_seek to P, gf_put_1 the real tag,
+ * gf_seek to E.  The seek to P puts every buffered byte into the file ahead
+ * of the patched tag, the seek to E puts the tag there, so when an addition
+ * returns its bytes are in the file for any process.
+ *
+ * Creating a database obeys two more:
+ *
+ *   (4) The files of an old database of the same name are removed in the
+ *       order .kqv, .kqi, .kqs, so none of the old files outlives its .kqv
+ *       by the time the new .kqs is opened.
+ *   (5) .kqv comes to exist under its own name last: it is written whole
+ *       under a temporary name and moved into place after .kqs and .kqi
+ *       stand in their files with their headers and 0 tags.  A reader that
+ *       finds the .kqv finds the other two readable.
  */
 #ifndef RAVELOG_KQ_IO_FORMAT_H
 #define RAVELOG_KQ_IO_FORMAT_H

@@ -82,7 +82,12 @@ uint32_t kq_GetStateObjectId(kq_StateObject *object);
 
 /* ---- Recording, for trackers -------------------------------------------
  * Each applies the change to the tables first, then appends its record to
- * db's stream, whatever the application did. */
+ * db's stream, whatever the application did: a New of an existing object, a
+ * Mod that doesn't fit and a Del of nothing are recorded all the same.
+ * current and used are the tables the callback received (either may be
+ * null: that side is left out).  value and bytes point at length and count
+ * readable bytes; a null pointer with a nonzero length or count records
+ * nothing.  A null db applies the change and writes nothing. */
 void kq_SaveStateChangeNew(kq_DB *db, HT_PT current, HT_PT used, uint16_t type, uint32_t id,
                            uint16_t length, const void *value);
 void kq_SaveStateChangeMod(kq_DB *db, HT_PT current, uint16_t type, uint32_t id,
@@ -105,7 +110,18 @@ int kq_KeepTaskID(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, uint8_t nam
 
 /* ---- Applying, for both sides ------------------------------------------
  * current and used may each be null; that side is then left out.  filter
- * may be null. */
+ * may be null; a filter that answers 0 keeps an object out of used (current
+ * still receives it).
+ *
+ * New: an object already in current stops everything, used included;
+ * otherwise current receives a copy of the value (zeros when value is null)
+ * and used a valueless entry of the key, replacing one of the same key.
+ * Mod: applied only when offset + count <= the object's length, else
+ * nothing changes; a missing object or null bytes change nothing.
+ * Del: removes the key from current; used is never touched.
+ * ApplyStateChange dispatches by kind (3, the end mark, does nothing; an
+ * unknown kind prints "Unrecognized StateChange->type\n" to stderr).  The
+ * list and the event's changes are applied from front to back. */
 void ApplyStateChangeNew(HT_PT current, HT_PT used, uint16_t type, uint32_t id, uint16_t length,
                          const void *value, kq_StateFilter filter, void *filterArg);
 void ApplyStateChangeMod(HT_PT current, uint16_t type, uint32_t id, uint16_t offset,

@@ -17,8 +17,8 @@
  *
  * Sources: ravelog_probe.cpp (state, usage, probe), ravelog_read.cpp
  * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_db.cpp
- * (database points), ravelog_listing.cpp (the -d listing); main.cpp holds
- * only main.
+ * (database points), ravelog_threadx.cpp (state tracking),
+ * ravelog_listing.cpp (the -d listing); main.cpp holds only main.
  */
 #ifndef RAVELOG_RAVELOG_H
 #define RAVELOG_RAVELOG_H
@@ -26,6 +26,8 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+
+#include "kq_io.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -183,6 +185,21 @@ void cv_DbClose(void);
  * Thread ID and Priority bytes as they stand, then the first 31 bytes of its
  * name field, with nothing added behind them. */
 void cv_MakeThreadRecord(const cv_ThreadEntry *entry, unsigned char *record);
+
+/* ---- ThreadX state tracking ---------------------------------------------
+ * (ravelog_threadx.cpp) */
+
+/* The state-tracking callback that cv_DbOpen gives the database: turns one
+ * record into changes of thread objects (Tasks keyed by Thread ID) through
+ * kq_KeepTaskID and kq_SaveStateChangeMod.  Types 1 (context switch), 3
+ * (service call), 5 (status change, log's status remapped: 3 -> 11,
+ * 10 -> 3) and 6 (thread record) are tracked; 2, 4 and 7 change nothing.
+ * Reads the payload in kq_IsBigEndian(db)'s order and never beyond
+ * event->length bytes: an event too short for its type records only what
+ * its bytes hold (see the file's top comment).  Returns 1, or 0 after the
+ * warning "[UpdateState_ThreadX]: Unrecognized event type (0x%x)" for any
+ * other type. */
+int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event);
 
 /* ---- Diagnostic listing -------------------------------------------------
  * Each prints with printf on standard output; callers test `debug`. */

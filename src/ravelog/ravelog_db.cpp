@@ -3,13 +3,13 @@
  * database, and the thread record that a valid thread list entry becomes.
  *
  * The decoders call the points only through the table cv_database, whose
- * defaults are the cv_Db functions below.  The database writer is not part
- * of the program yet, so for now these defaults accept everything and write
- * nothing.  When it arrives they become, in order:
+ * defaults are the cv_Db functions below.  They hold the database handle
+ * from the open to the close and turn every refusal of the library into the
+ * conversion's fatal message, so that a decoder never checks a result:
  *   cv_DbOpen       kq_OpenForCreation(KQfile, ticksPerSecond, "ThreadX",
- *                   bigEndian, ThreadX_SaveStateChange), the handle kept
- *                   here; a null handle fails with "Failed to create
- *                   indexed event resource file %s.*.\n" and KQfile
+ *                   bigEndian, ThreadX_SaveStateChange); a null handle
+ *                   fails with "Failed to create indexed event resource
+ *                   file %s.*.\n" and KQfile
  *   cv_DbAddThread  kq_AddEventFromRawBytes(database, 0, 0,
  *                   CV_THREAD_RECORD_TYPEWORD, record, CV_THREAD_RECORD_SIZE);
  *                   0 fails with "Bad refresh: unexpected return value from
@@ -18,7 +18,8 @@
  *                   payload, length); 0 fails with "Unexpected return value
  *                   from libkqv."
  *   cv_DbClose      kq_Close(database), result not looked at
- * so that a decoder never checks a result of its own.
+ * A failure ends the process without kq_Close: the files stay as they
+ * stand, every event added before complete for a reader.
  */
 #include "ravelog.h"
 
@@ -31,21 +32,44 @@ static_assert(CV_THREAD_RECORD_NAME <= CV_TASK_NAME_FIELD);
 
 cv_DatabasePoints cv_database = {cv_DbOpen, cv_DbAddThread, cv_DbAddEvent, cv_DbClose};
 
+namespace {
+
+/* The database being written, from point 1 to point 4. */
+kq_DB *database = nullptr;
+
+constexpr const char *kConfigName = "ThreadX";
+
+}  // namespace
+
 /* ---- Database points ------------------------------------------------------ */
 
-/* Point 1: create the database.  Not written yet: accepts and creates
- * nothing. */
-extern "C" void cv_DbOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian) {}
+extern "C" void cv_DbOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian) {
+  database = kq_OpenForCreation(KQfile, static_cast<uint32_t>(ticksPerSecond), kConfigName, bigEndian,
+                                ThreadX_SaveStateChange);
+  if (database == nullptr) {
+    gen_errorexit(1, "Failed to create indexed event resource file %s.*.\n", KQfile);
+  }
+}
 
-/* Point 2: one thread record at time 0:0.  Not written yet: accepts. */
-extern "C" void cv_DbAddThread(const unsigned char *record) {}
+extern "C" void cv_DbAddThread(const unsigned char *record) {
+  if (!kq_AddEventFromRawBytes(database, 0, 0, CV_THREAD_RECORD_TYPEWORD, record,
+                               CV_THREAD_RECORD_SIZE)) {
+    gen_errorexit(1, "Bad refresh: unexpected return value from libkqv.");
+  }
+}
 
-/* Point 3: one event.  Not written yet: accepts. */
 extern "C" void cv_DbAddEvent(uint32_t high, uint32_t low, uint32_t typeWord,
-                              const unsigned char *payload, int length) {}
+                              const unsigned char *payload, int length) {
+  if (!kq_AddEventFromRawBytes(database, high, low, typeWord, payload,
+                               static_cast<uint32_t>(length))) {
+    gen_errorexit(1, "Unexpected return value from libkqv.");
+  }
+}
 
-/* Point 4: finish the database.  Not written yet: does nothing. */
-extern "C" void cv_DbClose(void) {}
+extern "C" void cv_DbClose(void) {
+  kq_Close(database);
+  database = nullptr;
+}
 
 /* ---- Thread record -------------------------------------------------------- */
 

@@ -1,0 +1,333 @@
+/*
+ * kq_io_write.cpp - creates an event database and appends events to it.
+ * Every call leaves .kqs and .kqi ending in a 0 tag with the whole of every
+ * record before it in the file, so a reader in another process sees whole
+ * records only.  All writing of a database happens here, through GFile:
+ * the .kqv fields, the block openings (object list and snapshot), the event
+ * packets, the state change records that trackers cause, the index entries
+ * and the patching of tags.  Layout and the numbered order of writes that
+ * each write site cites: kq_io_format.h.
+ *
+ * A writing handle:
+ *
+ *   kq_OpenForCreation --> ADDING --kq_AddEventFromRawBytes, 1--> ADDING
+ *                            |  \
+ *                            |   `--tracker answers 0--> STOPPED (that event
+ *                            |        stays invisible; the stream has moved
+ *                            |        on, so the handle takes no more events)
+ *                            `--kq_Close (from either state)--> gone
+ */
+#include <cstdio>
+#include <cstring>
+
+#include "indgen.h"
+#include "indgeninit.h"
+#include "kq_io.h"
+#include "kq_io_format.h"
+#include "kq_io_write.h"
+#include "kq_misc.h"
+
+static_assert(KQ_INDEX_ENTRY_SIZE == 1 + 8 + 4, "an index entry is its tag, a U8 and a U4");
+static_assert(KQ_FIRST_POSITION == GF_HEADER_SIZE, "the files start behind the GFile header");
+
+uint32_t eventIndex = 0;
+
+namespace {
+
+/* GFile arguments of all three files: not packed, 32-bit addresses, no
+ * descriptors, no hd storage. */
+constexpr uint32_t kNotPacked = 0;
+constexpr int32_t kAddressMode = GADR_MODE_32BIT;
+constexpr const char *kTemporaryStem = "tmp";
+constexpr const char *kTemporarySuffix = "tmp";
+
+GFile *OpenForWrite(const char *name, uint32_t fileType) {
+  return gf_open_for_write(nullptr, nullptr, name, fileType, kNotPacked, kAddressMode, 0, 0);
+}
+
+/* Pushes what the stream buffers into the file: a seek to where it stands. */
+void PushOut(GFile *gf) { gf_seek(gf, gf_tell(gf, nullptr)); }
+
+/* Replaces the 0 tag at tagPosition by tag, and comes back to the end.  The
+ * first seek puts every byte written so far into the file ahead of the tag;
+ * the second puts the tag there. */
+void PatchTag(GFile *gf, int32_t tagPosition, uint32_t tag) {
+  const int32_t end = gf_tell(gf, nullptr);
+  gf_seek(gf, tagPosition);
+  gf_put_1(gf, tag);
+  gf_seek(gf, end);
+}
+
+/* ---- Creation ------------------------------------------------------------ */
+
+/* What kq_OpenForCreation makes before the handle exists; on failure the
+ * destructor closes the files that are open and frees the names.  Files
+ * already made stay on the disk. */
+struct Creation {
+  char *streamName = nullptr;
+  char *indexName = nullptr;
+  char *headerName = nullptr;
+  char *temporaryName = nullptr;
+  GFile *streamFile = nullptr;
+  GFile *indexFile = nullptr;
+  GFile *headerFile = nullptr;
+
+  Creation() = default;
+  Creation(const Creation &) = delete;
+  Creation &operator=(const Creation &) = delete;
+  ~Creation() {
+    if (streamFile != nullptr) gf_close(streamFile);
+    if (indexFile != nullptr) gf_close(indexFile);
+    if (headerFile != nullptr) gf_close(headerFile);
+    gen_free(streamName);
+    gen_free(indexName);
+    gen_free(headerName);
+    gen_free(temporaryName);
+  }
+
+  /* Gives the names and files to db; the temporary name stays here. */
+  void HandOver(kq_DB *db) {
+    db->streamFile = streamFile;
+    db->indexFile = indexFile;
+    db->headerFile = headerFile;
+    db->streamName = streamName;
+    db->indexName = indexName;
+    db->headerName = headerName;
+    streamFile = indexFile = headerFile = nullptr;
+    streamName = indexName = headerName = nullptr;
+  }
+};
+
+/* Step 2: a free name with the suffix "tmp" in the directory for
+ * temporary files. */
+char *TemporaryName() {
+  char *joined = gen_sconcat(gen_temp_dir(nullptr), kTemporaryStem);
+  if (joined == nullptr) return nullptr;
+  char *name = gen_tempname(joined, kTemporarySuffix);
+  gen_free(joined);
+  return name;
+}
+
+/* Step 4: false when a file of the name exists and can't be removed. */
+bool RemoveIfThere(const char *name) { return !gen_alreadyused(name) || gen_removefile(name) == 0; }
+
+/* Step 11: the .kqv fields behind the header. */
+void PutHeaderFields(GFile *gf, uint32_t ticksPerSecond, const char *configName,
+                     uint8_t isBigEndian) {
+  gf_put_1(gf, KQ_FORMAT_VERSION);
+  gf_put_4(gf, ticksPerSecond);
+  const char *name = configName != nullptr ? configName : "";
+  const auto length = static_cast<uint32_t>(strlen(name));
+  gf_put_4(gf, length);
+  char *lower = gen_strlower(name);
+  gf_put_array_1(gf, lower, length);
+  gen_free(lower);
+  gf_put_1(gf, isBigEndian ? 1 : 0);
+  gf_put_4(gf, KQ_EVENTS_PER_BLOCK);
+}
+
+/* ---- Block openings ---------------------------------------------------------- */
+
+/* Walks table and calls put(object) for each object in table order.  False
+ * when the iterator gives no object ("something is wrong 1" then goes to
+ * standard output); the walk stops there. */
+template <typename Put>
+bool ForEachObject(HT_PT table, Put put) {
+  for (HTIter_PT it = HT_Begin(table); it != HT_End(table); HTIter_Inc(&it)) {
+    void *key = nullptr;
+    if (it == nullptr || !HTIter_GetValue(it, &key, nullptr) || key == nullptr) {
+      if (it != nullptr) HTIter_Delete(it);
+      fputs("something is wrong 1\n", stdout);
+      return false;
+    }
+    put(*static_cast<const kq_StateObject *>(key));
+  }
+  return true;
+}
+
+uint32_t CountOf(HT_PT table) {
+  const int size = HT_GetSize(table);
+  return size < 0 ? 0 : static_cast<uint32_t>(size);
+}
+
+/* The body of an OBJUSED packet; its tag is the stream's old 0 tag. */
+bool PutObjUsedBody(GFile *gf, HT_PT used) {
+  gf_put_4(gf, CountOf(used));
+  return ForEachObject(used, [gf](const kq_StateObject &object) {
+    gf_put_2(gf, object.type);
+    gf_put_4(gf, object.id);
+  });
+}
+
+/* A whole state save packet, its tag included. */
+bool PutStateSave(GFile *gf, HT_PT current) {
+  gf_put_1(gf, KQ_TAG_STATE_SAVE);
+  gf_put_4(gf, CountOf(current));
+  return ForEachObject(current, [gf](const kq_StateObject &object) {
+    gf_put_2(gf, object.type);
+    gf_put_4(gf, object.id);
+    gf_put_4(gf, object.length);
+    gf_put_array_1(gf, object.value, object.length);
+  });
+}
+
+/* Step 4 of adding: what stands between the stream's old 0 tag and the new
+ * event's fields when the event opens a block, and the used table of the
+ * new block, which starts as every object alive now. */
+bool PutBlockOpening(kq_DB *db) {
+  GFile *stream = db->streamFile;
+  HT_PT current = db->currentState->table;
+  if (!PutObjUsedBody(stream, db->usedState->table)) return false;
+  if (!PutStateSave(stream, current)) return false;
+  HT_Delete(db->usedState->table);
+  db->usedState->table = HT_Clone(current);
+  gf_put_1(stream, KQ_TAG_EVENT);  // written at once, never patched: rule (2)
+  return true;
+}
+
+/* Step 11 of adding: the index entry of a block whose first event is at
+ * time and whose OBJUSED tag stands at blockPosition in .kqs. */
+void AddIndexEntry(GFile *index, uint64_t time, int32_t blockPosition) {
+  const int32_t indexTag = gf_tell(index, nullptr) - 1;
+  gf_put_8(index, time);
+  gf_put_4(index, static_cast<uint32_t>(blockPosition));
+  gf_put_1(index, KQ_INDEX_TAG_END);  // rule (1): the entry and its new end first
+  PatchTag(index, indexTag, KQ_INDEX_TAG_ENTRY);  // rule (2)
+}
+
+bool CanWrite(const kq_DB *db) { return db != nullptr && db->streamFile != nullptr; }
+
+}  // namespace
+
+/* ---- Creating ------------------------------------------------------------------ */
+
+extern "C" kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond,
+                                     const char *configName, uint8_t isBigEndian,
+                                     kq_SaveStateFunc saveStateChange) {
+  if (base == nullptr) return nullptr;
+  Creation made;
+  made.streamName = gen_concat(base, KQ_SUFFIX_STREAM);
+  made.indexName = gen_concat(base, KQ_SUFFIX_INDEX);
+  made.headerName = gen_concat(base, KQ_SUFFIX_HEADER);
+  made.temporaryName = TemporaryName();
+  if (made.streamName == nullptr || made.indexName == nullptr || made.headerName == nullptr ||
+      made.temporaryName == nullptr) {
+    return nullptr;
+  }
+
+  /* Rule (4): the old .kqv goes first. */
+  if (!RemoveIfThere(made.headerName) || !RemoveIfThere(made.indexName) ||
+      !RemoveIfThere(made.streamName)) {
+    return nullptr;
+  }
+
+  made.streamFile = OpenForWrite(made.streamName, KQ_FILE_TYPE_STREAM);
+  if (made.streamFile == nullptr) return nullptr;
+  made.indexFile = OpenForWrite(made.indexName, KQ_FILE_TYPE_INDEX);
+  if (made.indexFile == nullptr) return nullptr;
+  made.headerFile = OpenForWrite(made.temporaryName, KQ_FILE_TYPE_HEADER);
+  if (made.headerFile == nullptr) return nullptr;
+
+  kq_DB *db = New_kq_DB();
+  if (db == nullptr) return nullptr;
+  db->isBigEndian = isBigEndian;
+  made.HandOver(db);
+  db->timePos = nullptr;
+  db->numEvents = 0;
+  db->configName = gen_copy(configName);
+  db->currentState = kq_NewState();
+  db->usedState = kq_NewState();
+  db->saveStateChange = saveStateChange;
+
+  gf_put_1(db->streamFile, KQ_TAG_END);
+  gf_put_1(db->indexFile, KQ_INDEX_TAG_END);
+  /* Rule (5): both files, with their 0 tags, are in place before the .kqv. */
+  PushOut(db->streamFile);
+  PushOut(db->indexFile);
+
+  PutHeaderFields(db->headerFile, ticksPerSecond, configName, isBigEndian);
+  gf_close(db->headerFile);
+  db->headerFile = nullptr;
+  if (gen_movefile(made.temporaryName, db->headerName) != 0) {  // rule (5)
+    kq_Close(db);
+    return nullptr;
+  }
+  return db;
+}
+
+/* ---- Adding events ----------------------------------------------------------------- */
+
+extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, uint32_t typeWord,
+                                       const void *bytes, uint32_t length) {
+  if (!CanWrite(db)) return 0;
+  if (length != 0 && bytes == nullptr) return 0;
+
+  GFile *stream = db->streamFile;
+  const int32_t tagPosition = gf_tell(stream, nullptr) - 1;  // the stream's 0 tag
+  const bool blockStart = db->numEvents % KQ_EVENTS_PER_BLOCK == 0;
+  const uint32_t tag = blockStart ? KQ_TAG_OBJUSED : KQ_TAG_EVENT;
+
+  if (blockStart && !PutBlockOpening(db)) return 0;
+
+  kq_Event event{};
+  event.time = (static_cast<uint64_t>(high) << 32) | low;
+  event.eventNumber = eventIndex++;
+  event.type = static_cast<uint16_t>(typeWord >> 16);
+  event.subtype = static_cast<uint16_t>(typeWord & 0xFFFFu);
+  event.length = length;
+  event.data = static_cast<uint8_t *>(const_cast<void *>(bytes));
+  event.changes = nullptr;
+
+  gf_put_8(stream, event.time);
+  gf_put_4(stream, event.length);
+  gf_put_2(stream, event.type);
+  gf_put_2(stream, event.subtype);
+  gf_put_array_1(stream, bytes, length);
+
+  /* The tracker appends its change records here, in the order of its calls. */
+  if (db->saveStateChange != nullptr &&
+      !db->saveStateChange(db, db->currentState->table, db->usedState->table, &event)) {
+    return 0;
+  }
+
+  gf_put_1(stream, KQ_CHANGE_END);
+  gf_put_1(stream, KQ_TAG_END);     // rule (1): the record and its new end first
+  PatchTag(stream, tagPosition, tag);  // rule (2)
+
+  if (blockStart) AddIndexEntry(db->indexFile, event.time, tagPosition);  // rule (3)
+  db->numEvents++;
+  return 1;
+}
+
+/* ---- State change records -------------------------------------------------------- */
+
+extern "C" void PutStateChangeNew(kq_DB *db, uint16_t type, uint32_t id, uint16_t length,
+                                  const void *value) {
+  if (!CanWrite(db)) return;
+  GFile *stream = db->streamFile;
+  gf_put_1(stream, KQ_CHANGE_NEW);
+  gf_put_2(stream, type);
+  gf_put_4(stream, id);
+  gf_put_2(stream, length);
+  gf_put_array_1(stream, value, length);
+}
+
+extern "C" void PutStateChangeMod(kq_DB *db, uint16_t type, uint32_t id, uint16_t offset,
+                                  uint8_t count, const void *bytes) {
+  if (!CanWrite(db)) return;
+  GFile *stream = db->streamFile;
+  gf_put_1(stream, KQ_CHANGE_MOD);
+  gf_put_2(stream, type);
+  gf_put_4(stream, id);
+  gf_put_2(stream, offset);
+  gf_put_1(stream, count);
+  gf_put_array_1(stream, bytes, count);
+}
+
+extern "C" void PutStateChangeDel(kq_DB *db, uint16_t type, uint32_t id) {
+  if (!CanWrite(db)) return;
+  GFile *stream = db->streamFile;
+  gf_put_1(stream, KQ_CHANGE_DEL);
+  gf_put_2(stream, type);
+  gf_put_4(stream, id);
+}
