@@ -174,8 +174,7 @@ extern void *(*cv_poolRealloc)(void *block, size_t size);
 /* ---- Version 1 layout ----------------------------------------------------
  * A record: length byte L, then L bytes: type 2, subtype 2, time high 4,
  * time low 4, and L - 12 payload bytes. */
-#define CV_V1_HEADER_SIZE 28  /* bytes of the event log header */
-#define CV_V1_HEAD_SIZE 12    /* bytes of a record behind its length byte, before the payload */
+#define CV_V1_HEAD_SIZE 12 /* bytes of a record behind its length byte, before the payload */
 
 /* ---- Database points ----------------------------------------------------
  * The decoders talk to the event database only through this table, at four

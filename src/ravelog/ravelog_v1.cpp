@@ -144,7 +144,8 @@ bool scan_pool(const Pool &pool, uint8_t bigEndian, ScanResult *result) {
       position = stop;
       break;
     }
-    if (length >= CV_V1_HEAD_SIZE && pool.end - position < static_cast<ptrdiff_t>(length - CV_V1_HEAD_SIZE)) {
+    if (length >= CV_V1_HEAD_SIZE &&
+        pool.end - position < static_cast<ptrdiff_t>(length - CV_V1_HEAD_SIZE)) {
       refuse_past_end(pool, record);
       return false;
     }

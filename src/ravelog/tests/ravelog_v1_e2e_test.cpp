@@ -178,6 +178,23 @@ TEST(V1Pool, LengthByteInTheLastPlaceHasItsHeadAtThePoolsStart) {
                     "Context Switch to task 00001234.\n"});
 }
 
+TEST(V1Pool, ContextSwitchShorterThanAThreadIdShowsZeroForTheMissingBytes) {
+  // The second record ends at the pool's end: nothing behind it is read.
+  Corefile core = Corefile::V1(Endian::kBig, 28);
+  core.AppendRecord(1, 0, 0, 1).AppendRecord(1, 0, 0, 2, "\xab\xcd");
+  ASSERT_EQ(core.RecordEnd(), 0u);
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 1:0) time was: 0:1\n"
+                    "Event (Type 1:0) time was: 0:2\n"
+                    "Starttime is 0:1.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x1:0x0 time 0:0\n"
+                    "Context Switch to task 00000000.\n"
+                    "Sending event of type 0x1:0x0 time 0:1\n"
+                    "Context Switch to task abcd0000.\n"});
+}
+
 // ---- Times --------------------------------------------------------------------
 
 TEST(V1Times, DropIsJudgedAgainstTheFirstRecordAndAFallAboveItIsAReversal) {

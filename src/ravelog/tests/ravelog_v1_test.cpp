@@ -228,7 +228,8 @@ TEST_F(V1Decode, PoolAllocationFailsCleanlyAndAbsurdSizesCostOnlyWhatTheFileHold
   cv_poolRealloc = saved;
 
   EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(refused.err, std::string("ravelog: fatal: Cannot allocate 64 bytes for the event pool.") + kVerify);
+  EXPECT_EQ(refused.err,
+            std::string("ravelog: fatal: Cannot allocate 64 bytes for the event pool.") + kVerify);
   EXPECT_EQ(absurd.err, "ravelog: fatal: Error reading in event pool.\n");
   EXPECT_LE(largest_request, 64u * 1024u);
 }
