@@ -275,14 +275,19 @@ TEST(V1Malformed, LengthBelowTwelveIsRefusedWhereTheWalkMeetsIt) {
                     kBadRecord + "13 of the event pool: its length 5 is below 12." + kVerify, 1});
 }
 
-TEST(V1Malformed, NonzeroLengthByteInTheLastPlaceIsRefusedByTheScan) {
-  Corefile core = Corefile::V1(Endian::kLittle, 32);
-  core.AppendRecord(4, 0, 0, 0x10).PoolBytes(31, "\x0c");
-  ExpectConversion(core, true,
-                   {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
-                    kBadRecord + "31 of the event pool: it runs past the end of the pool of 32 bytes." +
-                        kVerify,
-                    1});
+TEST(V1Malformed, HeadPastThePoolsEndIsRefusedByTheScan) {
+  // A nonzero length byte in the last place, and one whose head would end
+  // a byte behind the pool.
+  for (const uint32_t at : {31u, 20u}) {
+    SCOPED_TRACE(at);
+    Corefile core = Corefile::V1(Endian::kLittle, 32);
+    core.AppendRecord(4, 0, 0, 0x10).PoolBytes(at, "\x0c");
+    ExpectConversion(core, true,
+                     {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
+                      kBadRecord + std::to_string(at) +
+                          " of the event pool: it runs past the end of the pool of 32 bytes." + kVerify,
+                      1});
+  }
 }
 
 TEST(V1Malformed, PayloadPastThePoolsEndIsRefusedByTheScanAndByTheWalk) {
