@@ -1,12 +1,17 @@
 // Generator of the sample dumps; see example_dumps.h.
 //
-// The log is a ring of 512 slots that has wrapped: the current event pointer
+// Version 2: a ring of 512 slots that has wrapped: the current event pointer
 // stands at slot 317, which holds the oldest event, and times rise along the
-// ring from there (and carry over a low-word boundary on the way).  Events
-// come from a small simulation of six threads: context switches, service
-// calls with plausible arguments, interrupts with their ends, user events,
-// status changes and timer ticks.  Random choices use a fixed linear
-// congruential generator, so every build writes the same bytes.
+// ring from there (and carry over a low-word boundary on the way).
+// Version 1: 300 records of 12 to 36 bytes with zero to two filler bytes
+// between them, written from the middle of the pool: the oldest record
+// stands at about two fifths of the pool, the newest run from offset 0, and
+// the space behind the last record before the end and the space behind the
+// newest one are filler.  No record wraps after its length byte.
+// Events come from a small simulation of six threads: context switches,
+// service calls with plausible arguments, interrupts with their ends, user
+// events, status changes and timer ticks.  Random choices use a fixed
+// linear congruential generator, so every build writes the same bytes.
 #include "example_dumps.h"
 
 #include <cstdint>
@@ -18,6 +23,7 @@ namespace {
 
 constexpr uint32_t kSlots = 512;
 constexpr uint32_t kStartSlot = 317;
+constexpr uint32_t kV1Records = 300;
 
 class Lcg {
  public:
@@ -72,11 +78,11 @@ struct Event {
   uint32_t words[5];
 };
 
-std::vector<Event> SimulateEvents() {
+std::vector<Event> SimulateEvents(size_t count) {
   Lcg random(0x5eed2024u);
   std::vector<Event> events;
   int running = 1;
-  while (events.size() < kSlots) {
+  while (events.size() < count) {
     const SampleThread &thread = kThreads[running];
     switch (random.Below(10)) {
     case 0:
@@ -126,18 +132,22 @@ std::vector<Event> SimulateEvents() {
       break;
     }
   }
-  events.resize(kSlots);
+  events.resize(count);
   return events;
 }
 
-std::string BuildDump(Endian order, const std::vector<Event> &events) {
-  Corefile core = Corefile::V2(order, kSlots * 32);
-  core.Location(0x20010000).StartOffset(kStartSlot * 32).TimerHz(1000000);
+void AddThreads(Corefile &core) {
   const size_t count = sizeof kThreads / sizeof kThreads[0];
   for (size_t i = 0; i < count; i++) {
     const SampleThread &thread = kThreads[i];
     core.Thread(thread.name, thread.id, thread.priority, thread.valid, i + 1 < count ? 1 : 0);
   }
+}
+
+std::string BuildDump(Endian order, const std::vector<Event> &events) {
+  Corefile core = Corefile::V2(order, kSlots * 32);
+  core.Location(0x20010000).StartOffset(kStartSlot * 32).TimerHz(1000000);
+  AddThreads(core);
   Lcg gaps(0x71c4u);
   uint64_t time = (uint64_t{0x00000002} << 32) | 0xFFFF8000u;
   for (uint32_t i = 0; i < kSlots; i++) {
@@ -152,12 +162,59 @@ std::string BuildDump(Endian order, const std::vector<Event> &events) {
   return core.Bytes();
 }
 
+/* Payload words a version 1 record of each type carries: none for a timer
+ * tick, so its length byte is 12. */
+size_t V1PayloadWords(uint16_t type) {
+  switch (type) {
+  case 1: return 1; /* thread switched to */
+  case 2: return 1; /* vector */
+  case 3: return 3; /* caller, object, argument */
+  case 4: return 2; /* thread, value */
+  case 5: return 2; /* thread, priority */
+  default: return 0;
+  }
+}
+
+std::string BuildV1Dump(Endian order, const std::vector<Event> &events) {
+  /* Room for every record with two filler bytes, the padding before the
+   * wrap (less than one record) and some filler behind the newest. */
+  uint32_t bytes = 0;
+  for (const Event &event : events) bytes += 13 + 4 * V1PayloadWords(event.type) + 2;
+  const uint32_t size = bytes + 64;
+  const uint32_t oldest = size * 2 / 5;
+  Corefile core = Corefile::V1(order, size);
+  core.TimerHz(1000000).EQsize(size).Evploc(0x20010000).Qhead(0x20010000 + oldest);
+  AddThreads(core);
+  Lcg random(0xf111e7u);
+  uint64_t time = (uint64_t{0x00000002} << 32) | 0xFFFF8000u;
+  uint32_t offset = oldest;
+  bool wrapped = false;
+  for (const Event &event : events) {
+    std::string payload;
+    for (size_t i = 0; i < V1PayloadWords(event.type); i++) payload += core.Word32(event.words[i]);
+    const uint32_t length = 13 + static_cast<uint32_t>(payload.size());
+    if (!wrapped && offset + length > size) {
+      offset = 0; /* the rest of the pool stays filler */
+      wrapped = true;
+    }
+    core.Record(offset, event.type, event.subtype, static_cast<uint32_t>(time >> 32),
+                static_cast<uint32_t>(time), payload);
+    offset += length + random.Below(3);
+    time += 20 + random.Below(400);
+  }
+  core.Qtail(0x20010000 + offset);
+  return core.Bytes();
+}
+
 }  // namespace
 
 std::vector<std::pair<std::string, std::string>> ExampleDumps() {
-  const std::vector<Event> events = SimulateEvents();
+  const std::vector<Event> events = SimulateEvents(kSlots);
+  const std::vector<Event> v1_events = SimulateEvents(kV1Records);
   return {{"sample_v2_big.core", BuildDump(Endian::kBig, events)},
-          {"sample_v2_little.core", BuildDump(Endian::kLittle, events)}};
+          {"sample_v2_little.core", BuildDump(Endian::kLittle, events)},
+          {"sample_v1_big.core", BuildV1Dump(Endian::kBig, v1_events)},
+          {"sample_v1_little.core", BuildV1Dump(Endian::kLittle, v1_events)}};
 }
 
 }  // namespace testsupport

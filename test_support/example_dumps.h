@@ -1,5 +1,6 @@
-// The sample corefiles shipped in examples/: realistic version 2 logs of a
-// small ThreadX system, one of each byte order with the same contents.
+// The sample corefiles shipped in examples/: realistic logs of a small
+// ThreadX system, of version 2 and of version 1, each in both byte orders
+// with the same contents.
 // make_examples writes them; a test rebuilds them and compares them with the
 // committed files byte for byte, so they can't drift from this generator.
 #ifndef RAVELOG_TEST_SUPPORT_EXAMPLE_DUMPS_H

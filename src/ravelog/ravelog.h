@@ -16,9 +16,10 @@
  * the host's.  Readers compose their results byte by byte.
  *
  * Sources: ravelog_probe.cpp (state, usage, probe), ravelog_read.cpp
- * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_db.cpp
- * (database points), ravelog_threadx.cpp (state tracking),
- * ravelog_listing.cpp (the -d listing); main.cpp holds only main.
+ * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_decode.cpp
+ * and ravelog_pool.cpp (what the decoders share), ravelog_db.cpp (database
+ * points), ravelog_threadx.cpp (state tracking), ravelog_listing.cpp (the -d
+ * listing); main.cpp holds only main.
  */
 #ifndef RAVELOG_RAVELOG_H
 #define RAVELOG_RAVELOG_H
@@ -132,18 +133,51 @@ void cv_ReadThreadEntry(cv_ThreadEntry *entry, FILE *stream);
  * the ring of 32-byte slots. */
 int cv_ParseVersion2(FILE *stream, const char *KQfile, uint8_t bigEndian);
 
-/* Version 1: a ring of records of varying length.  Not decoded yet: fails
- * with a message saying so. */
+/* Version 1: a header, the thread list and a ring of records of varying
+ * length with no pointer to the current one.  One scan of the pool finds
+ * where the times drop (the oldest record), one walk from there hands the
+ * records over.  Besides the faults of its readers it fails on a pool read
+ * that gives fewer bytes than the header's pool size, on a pool that can't
+ * be allocated, on a pool of size 0, and on a record that doesn't fit the
+ * pool (see ravelog_v1.cpp for which record the scan and the walk refuse). */
 int cv_ParseVersion1(FILE *stream, const char *KQfile, uint8_t bigEndian);
 
-/* ---- Version 2 layout ---------------------------------------------------- */
-#define CV_V2_SLOT_SIZE 32    /* bytes of one event slot */
-#define CV_V2_PAYLOAD_SIZE 20 /* payload bytes of a slot, at its offset 12 */
+/* ---- What the decoders share ---------------------------------------------- */
+
+/* The last line of every refusal of a log that can't be what a target
+ * saved; a string literal, so that it joins a format. */
+#define CV_VERIFY_REGION "Verify that the correct target memory region was saved."
+
+/* Reads the thread list section: TNIS entries (none when TNIS is 0 or
+ * negative) with cv_ReadThreadEntry.  With `debug` set each entry, valid or
+ * not, gets its line from debug_PrintTaskInfo; each entry whose Valid byte
+ * is nonzero then becomes a thread record at database point 2.  Fails as
+ * the readers do. */
+void cv_ReadThreadList(FILE *stream, uint8_t bigEndian);
+
+/* Settles the time of one event, the same way for both versions.  The time
+ * is first made relative to origin (the time of the log's first event) by
+ * unsigned subtraction modulo 2^64, so a time below the origin becomes huge.
+ * If the result is not below lastTimeStamp it is stored there and returned.
+ * Otherwise the time reverses: "Error: Timestamp reverses from ..." with
+ * lastTimeStamp, the relative time, type and subtype goes to standard output
+ * (whether or not `debug` is set), lastTimeStamp stays, and it is returned
+ * as the time to store.  Times are in ticks, high word in the upper half. */
+uint64_t cv_SettleTime(uint64_t time, uint64_t origin, unsigned type, unsigned subtype);
 
 /* The allocator of the event pool: realloc-like, returning null on failure
  * instead of ending the process.  Defaults to the system's realloc; the
  * block is released with free().  Tests replace it. */
 extern void *(*cv_poolRealloc)(void *block, size_t size);
+
+/* ---- Version 2 layout ---------------------------------------------------- */
+#define CV_V2_SLOT_SIZE 32    /* bytes of one event slot */
+#define CV_V2_PAYLOAD_SIZE 20 /* payload bytes of a slot, at its offset 12 */
+
+/* ---- Version 1 layout ----------------------------------------------------
+ * A record: length byte L, then L bytes: type 2, subtype 2, time high 4,
+ * time low 4, and L - 12 payload bytes. */
+#define CV_V1_HEAD_SIZE 12 /* bytes of a record behind its length byte, before the payload */
 
 /* ---- Database points ----------------------------------------------------
  * The decoders talk to the event database only through this table, at four

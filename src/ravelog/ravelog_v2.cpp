@@ -17,14 +17,10 @@
  */
 #include "ravelog.h"
 
-#include <algorithm>
-#include <cstdlib>
-
 #include "indgen.h"
+#include "ravelog_pool.h"
 
 namespace {
-
-void *system_realloc(void *block, size_t size) { return realloc(block, size); }
 
 /* The header words that only this decoder uses. */
 struct V2Header {
@@ -33,42 +29,6 @@ struct V2Header {
   uint32_t currentEvent;  /* target address of the slot the walk starts at */
   uint32_t startOffset;   /* currentEvent - location, modulo 2^32 */
 };
-
-/* The event pool, one contiguous block owned by the decoder.  It grows only
- * as bytes arrive from the file, so a header that claims an absurd size
- * costs no more memory than the file really holds. */
-class EventPool {
- public:
-  EventPool() = default;
-  ~EventPool() { free(bytes_); }
-  EventPool(const EventPool &) = delete;
-  EventPool &operator=(const EventPool &) = delete;
-
-  const unsigned char *bytes() const { return bytes_; }
-  /* Makes room for at least `wanted` bytes (wanted <= limit), growing by
-   * doubling but never beyond limit.  False when the allocator refuses. */
-  bool Reserve(size_t wanted, size_t limit);
-  unsigned char *At(size_t offset) { return bytes_ + offset; }
-  size_t capacity() const { return capacity_; }
-
- private:
-  unsigned char *bytes_ = nullptr;
-  size_t capacity_ = 0; /* bytes allocated */
-};
-
-bool EventPool::Reserve(size_t wanted, size_t limit) {
-  if (wanted <= capacity_) return true;
-  constexpr size_t kFirstChunk = 64 * 1024;
-  size_t grown = std::max({wanted, capacity_ * 2, kFirstChunk});
-  grown = std::min(grown, limit);
-  void *block = cv_poolRealloc(bytes_, grown);
-  if (block == nullptr) return false;
-  bytes_ = static_cast<unsigned char *>(block);
-  capacity_ = grown;
-  return true;
-}
-
-constexpr const char *kVerifyRegion = "Verify that the correct target memory region was saved.";
 
 void read_header(FILE *stream, uint8_t bigEndian, V2Header *header) {
   TNIS = cv_GetShort(stream, bigEndian);
@@ -92,40 +52,21 @@ void print_header_section(const V2Header &header, uint8_t bigEndian) {
   printf("20 (0x14)   4 bytes %d = timer frequency (Hz)\n\n", tbfreq);
 }
 
-/* Reads all TNIS entries; each valid one becomes a thread record. */
-void read_thread_list(FILE *stream, uint8_t bigEndian) {
-  for (int32_t i = 0; i < TNIS; i++) {
-    cv_ThreadEntry entry;
-    cv_ReadThreadEntry(&entry, stream);
-    if (debug) debug_PrintTaskInfo(&entry, bigEndian);
-    if (entry.valid != 0) {
-      unsigned char record[CV_THREAD_RECORD_SIZE];
-      cv_MakeThreadRecord(&entry, record);
-      cv_database.addThread(record);
-    }
-  }
-}
-
 /* Fills the pool with the next `size` bytes of the stream, reading again
  * after a short read.  A read that gives nothing fails, and there is always
  * at least one read, so a size of 0 fails too.  Returns false only if a
  * replaced gen_exit returns from the failure. */
-bool fill_pool(EventPool &pool, FILE *stream, uint32_t size) {
-  size_t got = 0;
+bool fill_pool(ravelog::EventPool &pool, FILE *stream, uint32_t size) {
   do {
-    if (!pool.Reserve(got + 1 <= size ? got + 1 : size, size)) {
-      gen_errorexit(1, "Cannot allocate %u bytes for the event pool.\n%s", size, kVerifyRegion);
-      return false;
-    }
-    const size_t room = std::min<size_t>(pool.capacity(), size) - got;
-    const size_t n = room == 0 ? 0 : fread(pool.At(got), 1, room, stream);
-    if (n == 0) {
+    size_t asked = 0;
+    size_t got = 0;
+    if (!pool.ReadMore(stream, size, &asked, &got)) return false;
+    if (got == 0) {
       gen_errorexit(1, "Error reading event pool. \n"
                        "Check that the file size is at least as large as the event pool in memory.");
       return false;
     }
-    got += n;
-  } while (got < size);
+  } while (pool.size() < size);
   return true;
 }
 
@@ -133,38 +74,21 @@ bool fill_pool(EventPool &pool, FILE *stream, uint32_t size) {
  * at a slot inside it; anything else is refused here, before the walk. */
 bool check_ring_shape(const V2Header &header) {
   if (EVPS <= 0 || EVPS % CV_V2_SLOT_SIZE != 0) {
-    gen_errorexit(1, "Bad event pool size %d in core file.  It is not a positive multiple of %d bytes.\n%s",
-                  EVPS, CV_V2_SLOT_SIZE, kVerifyRegion);
+    gen_errorexit(1, "Bad event pool size %d in core file.  It is not a positive multiple of %d bytes.\n"
+                     CV_VERIFY_REGION, EVPS, CV_V2_SLOT_SIZE);
     return false;
   }
   if (header.startOffset % CV_V2_SLOT_SIZE != 0 || header.startOffset >= static_cast<uint32_t>(EVPS)) {
     gen_errorexit(1,
                   "Bad current event pointer 0x%8.8x in core file.  It is not an event slot of the "
-                  "pool of %d bytes at 0x%8.8x.\n%s",
-                  header.currentEvent, EVPS, header.location, kVerifyRegion);
+                  "pool of %d bytes at 0x%8.8x.\n" CV_VERIFY_REGION,
+                  header.currentEvent, EVPS, header.location);
     return false;
   }
   return true;
 }
 
 uint64_t join_time(uint32_t high, uint32_t low) { return (uint64_t{high} << 32) | low; }
-
-/* Accepts a normalised time that doesn't fall below lastTimeStamp and makes
- * it the new lastTimeStamp; otherwise reports the reversal on standard
- * output and gives the event lastTimeStamp.  Returns the time to store. */
-uint64_t settle_time(uint64_t normalised, unsigned type, unsigned subtype) {
-  const uint64_t last = join_time(lastTimeStamp[0], lastTimeStamp[1]);
-  if (normalised >= last) {
-    lastTimeStamp[0] = static_cast<uint32_t>(normalised >> 32);
-    lastTimeStamp[1] = static_cast<uint32_t>(normalised);
-    return normalised;
-  }
-  printf("Error: Timestamp reverses from 0x%lx:%lx to 0x%lx:%lx \n\tfor event of type 0x%x:0x%x.\n",
-         static_cast<unsigned long>(lastTimeStamp[0]), static_cast<unsigned long>(lastTimeStamp[1]),
-         static_cast<unsigned long>(normalised >> 32),
-         static_cast<unsigned long>(static_cast<uint32_t>(normalised)), type, subtype);
-  return last;
-}
 
 /* One lap of the ring from startOffset, which check_ring_shape has
  * accepted: every slot is visited once, and each offset read is inside the
@@ -188,7 +112,7 @@ void walk_ring(const unsigned char *pool, uint32_t size, uint32_t startOffset, u
       origin = time;
       originSet = true;
     }
-    const uint64_t settled = settle_time(time - origin, type, subtype);
+    const uint64_t settled = cv_SettleTime(time, origin, type, subtype);
     const unsigned char *payload = pool + offset;
     cv_database.addEvent(static_cast<uint32_t>(settled >> 32), static_cast<uint32_t>(settled),
                          (type << 16) | subtype, payload, CV_V2_PAYLOAD_SIZE);
@@ -200,8 +124,6 @@ void walk_ring(const unsigned char *pool, uint32_t size, uint32_t startOffset, u
 
 } // namespace
 
-void *(*cv_poolRealloc)(void *block, size_t size) = system_realloc;
-
 extern "C" int cv_ParseVersion2(FILE *stream, const char *KQfile, uint8_t bigEndian) {
   V2Header header;
   read_header(stream, bigEndian, &header);
@@ -210,9 +132,9 @@ extern "C" int cv_ParseVersion2(FILE *stream, const char *KQfile, uint8_t bigEnd
     print_header_section(header, bigEndian);
     debug_PrintTaskHeader();
   }
-  read_thread_list(stream, bigEndian);
+  cv_ReadThreadList(stream, bigEndian);
 
-  EventPool pool;
+  ravelog::EventPool pool;
   const auto size = static_cast<uint32_t>(EVPS);
   if (!fill_pool(pool, stream, size) || !check_ring_shape(header)) return 0;
   if (debug) debug_PrintEventsHeader();

@@ -228,10 +228,6 @@ TEST(Probe, RefusedFilesFailWithOneMessageAndCreateNothing) {
       {std::string("\0\xff", 2), "ravelog: fatal: Unknown version 0xff core file.  \n" + kVerify},
       {"\2\2", "ravelog: fatal: Bad format detected in core file.  First two bytes were both "
                "non-zero.\n" + kVerify},
-      {std::string("\0\1", 2) + std::string(40, '\0'),
-       "ravelog: fatal: Decoding of version 1 core files is not available yet.\n"},
-      {std::string("\1\0", 2) + std::string(40, '\0'),
-       "ravelog: fatal: Decoding of version 1 core files is not available yet.\n"},
   };
   for (const Case &c : cases) {
     TempDir dir;

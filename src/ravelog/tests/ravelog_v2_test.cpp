@@ -5,101 +5,22 @@
 // The points are replaced by a recorder; the listing is checked end to end.
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "corefile_builder.h"
-#include "gen_capture.h"
-#include "ravelog.h"
+#include "decode_fixture.h"
 
 using testsupport::Captured;
 using testsupport::Corefile;
 using testsupport::Endian;
-using testsupport::RunCapturing;
-using testsupport::ScopedProgName;
 
 namespace {
 
-// One call of a database point, with the bytes it was handed.
-struct Call {
-  std::string point;  // "open", "thread", "event", "close"
-  uint32_t high = 0, low = 0, typeWord = 0;
-  std::string bytes = {};
-  std::string name = {};  // open: KQfile
-  int32_t ticks = 0;
-  int bigEndian = -1;
-};
-
-std::vector<Call> *recording = nullptr;
-
-void RecordOpen(const char *KQfile, int32_t ticks, uint8_t bigEndian) {
-  Call call{"open"};
-  call.name = KQfile;
-  call.ticks = ticks;
-  call.bigEndian = bigEndian;
-  recording->push_back(call);
-}
-void RecordThread(const unsigned char *record) {
-  Call call{"thread"};
-  call.bytes.assign(reinterpret_cast<const char *>(record), CV_THREAD_RECORD_SIZE);
-  recording->push_back(call);
-}
-void RecordEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigned char *payload,
-                 int length) {
-  Call call{"event", high, low, typeWord};
-  call.bytes.assign(reinterpret_cast<const char *>(payload), static_cast<size_t>(length));
-  recording->push_back(call);
-}
-void RecordClose() { recording->push_back(Call{"close"}); }
-
-// Runs the decoder on a corefile's bytes with the points recorded.
-class V2Decode : public testing::Test {
+class V2Decode : public ravelogtest::DecodeFixture {
  protected:
-  V2Decode() : name_("ravelog") {
-    saved_ = cv_database;
-    cv_database = {RecordOpen, RecordThread, RecordEvent, RecordClose};
-    recording = &calls;
-  }
-  ~V2Decode() override {
-    cv_database = saved_;
-    recording = nullptr;
-    debug = 0;
-  }
-
-  Captured Decode(const std::string &bytes, bool with_debug = false) {
-    calls.clear();
-    lastTimeStamp[0] = lastTimeStamp[1] = 0;
-    debug = with_debug ? 1 : 0;
-    std::string copy = bytes;
-    FILE *stream = fmemopen(copy.data(), copy.size(), "rb");
-    fseek(stream, 2, SEEK_SET);
-    Captured run = RunCapturing([&] { cv_ParseVersion2(stream, "db", copy[0] == 0 ? 1 : 0); });
-    fclose(stream);
-    return run;
-  }
-
-  // "point" or "event@high:low/typeWord" for each call, in order.
-  std::string Trace() const {
-    std::string trace;
-    for (const Call &call : calls) {
-      if (!trace.empty()) trace += " ";
-      trace += call.point;
-      if (call.point == "event") {
-        char text[64];
-        snprintf(text, sizeof text, "@%x:%x/%x", call.high, call.low, call.typeWord);
-        trace += text;
-      }
-    }
-    return trace;
-  }
-
-  std::vector<Call> calls;
-
- private:
-  ScopedProgName name_;
-  cv_DatabasePoints saved_;
+  V2Decode() : DecodeFixture(cv_ParseVersion2) {}
 };
 
 // The worked example: one thread, a pool of two slots, start at offset 32.

@@ -1,0 +1,384 @@
+// End-to-end tests of version 1 logs: the built ravelog run on corefiles
+// made by the builder, comparing standard output, standard error and exit
+// status exactly.  Pools of zero bytes, in rising order, filled exactly,
+// wrapped with the oldest record in the middle or with a record that wraps
+// after its length byte; the drop test and a first record at 0:0; cut and
+// malformed pools; both byte orders; the shipped samples.
+//
+// Each case states its whole outcome in a Conversion; one that also names
+// the database's files (.database) has them compared byte for byte.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "corefile_builder.h"
+#include "run_process.h"
+#include "temp_dir.h"
+
+using testsupport::Corefile;
+using testsupport::Endian;
+using testsupport::ProcessResult;
+using testsupport::TempDir;
+
+namespace {
+
+const std::string kBinary = RAVELOG_BINARY;
+
+// The three files of a database, each whole.
+struct DatabaseFiles {
+  std::string kqv, kqs, kqi;
+};
+
+// Everything a run of ravelog shows.
+struct Conversion {
+  std::string out;
+  std::string err = "";
+  int status = 0;
+  std::optional<DatabaseFiles> database = std::nullopt;  // compared when given
+};
+
+// Runs `ravelog [-d] core db` in a fresh directory and checks the outcome.
+void ExpectConversion(const Corefile &core, bool with_debug, const Conversion &expected) {
+  TempDir dir;
+  ASSERT_TRUE(core.WriteTo(dir.file("core")));
+  std::vector<std::string> argv{kBinary};
+  if (with_debug) argv.push_back("-d");
+  argv.push_back(dir.file("core"));
+  argv.push_back(dir.file("db"));
+  const ProcessResult run = testsupport::RunProcess(kBinary, argv);
+  EXPECT_EQ(run.out, expected.out);
+  EXPECT_EQ(run.err, expected.err);
+  EXPECT_EQ(run.status, expected.status);
+  if (expected.database) {
+    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqv")), expected.database->kqv);
+    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqs")), expected.database->kqs);
+    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqi")), expected.database->kqi);
+  }
+}
+
+const std::string kThreadHeading =
+    "Thread List Section\n"
+    "valid Next priority Thread ID  Thread name\n"
+    "----- ---- -------- ---------- -------------------------------\n";
+const std::string kEventsHeading =
+    "\nEvents Section\n"
+    "Thread ID  Event                                 Type:Sub Event time         \n"
+    "---------- ------------------------------------- -------- -------------------\n";
+const std::string kMain = "  1    0      10    0x00001234 main\n";
+const std::string kVerify = "\nVerify that the correct target memory region was saved.\n";
+const std::string kBadRecord = "ravelog: fatal: Bad event record at offset ";
+
+// ---- Pools that decode ----------------------------------------------------------
+
+TEST(V1Pool, OfZeroBytesOnlyGivesNoEventsAndStartsAtZero) {
+  Corefile core = Corefile::V1(Endian::kBig, 40);
+  core.Thread("main", 0x1234, 10);
+  ExpectConversion(core, true, {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading});
+}
+
+// Three records from offset 0, zero bytes behind them.
+Corefile RisingWithZerosBehind() {
+  Corefile core = Corefile::V1(Endian::kLittle, 64);
+  core.Thread("main", 0x1234, 10);
+  core.AppendRecord(4, 0, 0, 0x100, core.Words({0x1234}));
+  core.AppendRecord(7, 0, 0, 0x180);
+  core.AppendRecord(3, 0x14, 0, 0x1f0, core.Words({0x1234, 0x20003000}));
+  return core;
+}
+
+TEST(V1Pool, InRisingOrderWithZerosBehindStartsAtItsFirstRecord) {
+  ExpectConversion(RisingWithZerosBehind(), true,
+                   {kThreadHeading + kMain +
+                    "Event (Type 4:0) time was: 0:100\n"
+                    "Event (Type 7:0) time was: 0:180\n"
+                    "Event (Type 3:20) time was: 0:1f0\n"
+                    "Starttime is 0:100.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x4:0x0 time 0:0\n"
+                    "Sending event of type 0x7:0x0 time 0:80\n"
+                    "Sending event of type 0x3:0x14 time 0:f0\n"});
+  ExpectConversion(RisingWithZerosBehind(), false, {""});
+}
+
+TEST(V1Pool, FilledExactlyIsWalkedFromItsStart) {
+  Corefile core = Corefile::V1(Endian::kBig, 47);
+  core.AppendRecord(1, 0, 5, 0xfffffff0u, core.Words({0x20002100}));
+  core.AppendRecord(2, 1, 6, 0x10, core.Words({0x13}));
+  core.AppendRecord(7, 0, 6, 0x20);
+  ASSERT_EQ(core.RecordEnd(), 0u);
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 1:0) time was: 5:fffffff0\n"
+                    "Event (Type 2:1) time was: 6:10\n"
+                    "Event (Type 7:0) time was: 6:20\n"
+                    "Starttime is 5:fffffff0.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x1:0x0 time 0:0\n"
+                    "Context Switch to task 20002100.\n"
+                    "Sending event of type 0x2:0x1 time 0:20\n"
+                    "Sending event of type 0x7:0x0 time 0:30\n"});
+}
+
+// Newer records at offsets 0 and 17, filler, the oldest record at 32, then
+// two more and filler up to the pool's end.
+Corefile WrappedInTheMiddle(Endian order) {
+  Corefile core = Corefile::V1(order, 88);
+  core.Thread("main", 0x1234, 10).Thread("idle", 0x2000, 31, 0, 1);
+  core.AppendRecord(1, 0, 0, 0x300, core.Words({0x1234})).AppendRecord(7, 0, 0, 0x310);
+  core.Record(32, 3, 0x14, 0, 0x100, core.Words({0x1234, 2}));
+  core.AppendRecord(5, 4, 0, 0x180, core.Words({0x1234, 10})).AppendRecord(7, 0, 0, 0x200);
+  return core;
+}
+
+std::string WrappedListing(const std::string &task_bytes) {
+  return kThreadHeading + kMain + "  0    1      31    0x00002000 idle\n" +
+         "Event (Type 1:0) time was: 0:300\n"
+         "Event (Type 7:0) time was: 0:310\n"
+         "Breaking out of loop.\n"
+         "Starttime is 0:100.\n" +
+         kEventsHeading +
+         "Sending event of type 0x3:0x14 time 0:0\n"
+         "Sending event of type 0x5:0x4 time 0:80\n"
+         "Sending event of type 0x7:0x0 time 0:100\n"
+         "Sending event of type 0x1:0x0 time 0:200\n"
+         "Context Switch to task " + task_bytes + ".\n" +
+         "Sending event of type 0x7:0x0 time 0:210\n";
+}
+
+TEST(V1Pool, WrappedIsWalkedFromTheOldestRecordAndListsAlikeInBothByteOrders) {
+  // Only the context switch line differs: it shows the bytes as they stand.
+  ExpectConversion(WrappedInTheMiddle(Endian::kBig), true, {WrappedListing("00001234")});
+  ExpectConversion(WrappedInTheMiddle(Endian::kLittle), true, {WrappedListing("34120000")});
+}
+
+TEST(V1Pool, LengthByteInTheLastPlaceHasItsHeadAtThePoolsStart) {
+  // The scan reads the wrapped record's head at offset 0 as two short
+  // records and is back in step at offset 16; the walk wraps after the
+  // length byte at 63 and reads the head at 0.
+  Corefile core = Corefile::V1(Endian::kBig, 64);
+  core.Record(63, 4, 0, 0, 4, core.Words({0x1234}));
+  core.AppendRecord(1, 0, 0, 0x50000, core.Words({0x1234}));
+  core.Record(36, 2, 1, 0, 1).AppendRecord(3, 0x16, 0, 2, "\xab");
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 0:0) time was: 0:40000\n"
+                    "Event (Type 0:4660) time was: 10000100:0\n"
+                    "Event (Type 1:0) time was: 0:50000\n"
+                    "Breaking out of loop.\n"
+                    "Starttime is 0:1.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x2:0x1 time 0:0\n"
+                    "Sending event of type 0x3:0x16 time 0:1\n"
+                    "Sending event of type 0x4:0x0 time 0:3\n"
+                    "Sending event of type 0x1:0x0 time 0:4ffff\n"
+                    "Context Switch to task 00001234.\n"});
+}
+
+TEST(V1Pool, ContextSwitchShorterThanAThreadIdShowsZeroForTheMissingBytes) {
+  // The second record ends at the pool's end: nothing behind it is read.
+  Corefile core = Corefile::V1(Endian::kBig, 28);
+  core.AppendRecord(1, 0, 0, 1).AppendRecord(1, 0, 0, 2, "\xab\xcd");
+  ASSERT_EQ(core.RecordEnd(), 0u);
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 1:0) time was: 0:1\n"
+                    "Event (Type 1:0) time was: 0:2\n"
+                    "Starttime is 0:1.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x1:0x0 time 0:0\n"
+                    "Context Switch to task 00000000.\n"
+                    "Sending event of type 0x1:0x0 time 0:1\n"
+                    "Context Switch to task abcd0000.\n"});
+}
+
+// ---- Times --------------------------------------------------------------------
+
+TEST(V1Times, DropIsJudgedAgainstTheFirstRecordAndAFallAboveItIsAReversal) {
+  Corefile core = Corefile::V1(Endian::kBig, 80);
+  core.AppendRecord(4, 0, 0, 0x100).AppendRecord(4, 1, 0, 0x300).AppendRecord(4, 2, 0, 0x200);
+  core.AppendRecord(4, 3, 0, 0x50).AppendRecord(4, 4, 0, 0x80);
+  const std::string reversal =
+      "Error: Timestamp reverses from 0x0:2b0 to 0x0:1b0 \n\tfor event of type 0x4:0x2.\n";
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 4:0) time was: 0:100\n"
+                    "Event (Type 4:1) time was: 0:300\n"
+                    "Event (Type 4:2) time was: 0:200\n"
+                    "Breaking out of loop.\n"
+                    "Starttime is 0:50.\n" +
+                    kEventsHeading +
+                    "Sending event of type 0x4:0x3 time 0:0\n"
+                    "Sending event of type 0x4:0x4 time 0:30\n"
+                    "Sending event of type 0x4:0x0 time 0:b0\n"
+                    "Sending event of type 0x4:0x1 time 0:2b0\n" +
+                    reversal + "Sending event of type 0x4:0x2 time 0:2b0\n"});
+  ExpectConversion(core, false, {reversal});
+}
+
+TEST(V1Times, FirstRecordAtZeroLeavesTheStartToTheNextAndWrapsToAHugeTime) {
+  Corefile core = Corefile::V1(Endian::kLittle, 60);
+  core.AppendRecord(4, 0, 0, 0).AppendRecord(4, 1, 0, 0x10).AppendRecord(4, 2, 0, 0x20);
+  ExpectConversion(
+      core, true,
+      {kThreadHeading +
+       "Event (Type 4:0) time was: 0:0\n"
+       "Event (Type 4:1) time was: 0:10\n"
+       "Event (Type 4:2) time was: 0:20\n"
+       "Starttime is 0:10.\n" +
+       kEventsHeading +
+       "Sending event of type 0x4:0x0 time ffffffff:fffffff0\n"
+       "Error: Timestamp reverses from 0xffffffff:fffffff0 to 0x0:0 \n\tfor event of type 0x4:0x1.\n"
+       "Sending event of type 0x4:0x1 time ffffffff:fffffff0\n"
+       "Error: Timestamp reverses from 0xffffffff:fffffff0 to 0x0:10 \n\tfor event of type 0x4:0x2.\n"
+       "Sending event of type 0x4:0x2 time ffffffff:fffffff0\n"});
+}
+
+// ---- Cut and malformed logs ------------------------------------------------------
+
+TEST(V1Malformed, CutShortFilesEndInTheReadersOrThePoolsMessage) {
+  const std::string whole = RisingWithZerosBehind().Bytes();  // 28 + 44 + 64 bytes
+  struct Case {
+    size_t keep;
+    std::string out, err;
+  } cases[] = {
+      {3, "", "ravelog: fatal: Error reading short from corefile.\n"},
+      {27, "", "ravelog: fatal: Error reading int4 from corefile.\n"},
+      {62, kThreadHeading, "ravelog: fatal: Error reading char from corefile.\n"},
+      {72, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n"},
+      {135, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.keep);
+    TempDir dir;
+    ASSERT_TRUE(testsupport::WriteFileBytes(dir.file("core"), whole.substr(0, c.keep)));
+    const ProcessResult run =
+        testsupport::RunProcess(kBinary, {kBinary, "-d", dir.file("core"), dir.file("db")});
+    EXPECT_EQ(run.out, c.out);
+    EXPECT_EQ(run.err, c.err);
+    EXPECT_EQ(run.status, 1);
+  }
+}
+
+TEST(V1Malformed, LengthBelowTwelveIsRefusedWhereTheWalkMeetsIt) {
+  Corefile core = Corefile::V1(Endian::kBig, 32);
+  core.AppendRecord(4, 0, 0, 0x10).AppendRecord(4, 1, 0, 5, "", 5);
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 4:0) time was: 0:10\n"
+                    "Breaking out of loop.\n"
+                    "Starttime is 0:5.\n" +
+                    kEventsHeading,
+                    kBadRecord + "13 of the event pool: its length 5 is below 12." + kVerify, 1});
+}
+
+TEST(V1Malformed, HeadPastThePoolsEndIsRefusedByTheScan) {
+  // A nonzero length byte in the last place, and one whose head would end
+  // a byte behind the pool.
+  for (const uint32_t at : {31u, 20u}) {
+    SCOPED_TRACE(at);
+    Corefile core = Corefile::V1(Endian::kLittle, 32);
+    core.AppendRecord(4, 0, 0, 0x10).PoolBytes(at, "\x0c");
+    ExpectConversion(core, true,
+                     {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
+                      kBadRecord + std::to_string(at) +
+                          " of the event pool: it runs past the end of the pool of 32 bytes." + kVerify,
+                      1});
+  }
+}
+
+TEST(V1Malformed, PayloadPastThePoolsEndIsRefusedByTheScanAndByTheWalk) {
+  Corefile scan = Corefile::V1(Endian::kLittle, 40);
+  scan.AppendRecord(4, 0, 0, 0x10).Record(20, 4, 1, 0, 0x20, "", 30);
+  ExpectConversion(scan, true,
+                   {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
+                    kBadRecord + "20 of the event pool: it runs past the end of the pool of 40 bytes." +
+                        kVerify,
+                    1});
+  // Behind the drop only the walk reads the records.
+  Corefile walk = Corefile::V1(Endian::kBig, 48);
+  walk.AppendRecord(4, 0, 0, 0x100).AppendRecord(4, 1, 0, 0x50).AppendRecord(4, 2, 0, 0x60, "", 30);
+  ExpectConversion(walk, true,
+                   {kThreadHeading +
+                    "Event (Type 4:0) time was: 0:100\n"
+                    "Breaking out of loop.\n"
+                    "Starttime is 0:50.\n" +
+                    kEventsHeading + "Sending event of type 0x4:0x1 time 0:0\n",
+                    kBadRecord + "26 of the event pool: it runs past the end of the pool of 48 bytes." +
+                        kVerify,
+                    1});
+}
+
+TEST(V1Malformed, RecordThatWrapsPastTheWalksStartIsRefusedNotLappedForEver) {
+  Corefile core = Corefile::V1(Endian::kBig, 64);
+  core.Record(63, 0, 0, 0, 0x0c, std::string(4, '\0') + core.Words({0, 0x200}) +
+                                        std::string(1, '\x0c') + core.Word16(2) + core.Word16(0) +
+                                        core.Words({0, 0x10}));
+  ExpectConversion(core, true,
+                   {kThreadHeading +
+                    "Event (Type 0:0) time was: 0:200\n"
+                    "Breaking out of loop.\n"
+                    "Starttime is 0:10.\n" +
+                    kEventsHeading + "Sending event of type 0x2:0x0 time 0:0\n",
+                    kBadRecord + "63 of the event pool: it runs past offset 24, where the oldest part of "
+                                 "the ring begins." + kVerify,
+                    1});
+}
+
+TEST(V1Malformed, PoolOfSizeZeroIsRefusedWhenTheWalkWouldBegin) {
+  Corefile core = Corefile::V1(Endian::kBig, 0);
+  core.Thread("main", 0x1234, 10);
+  ExpectConversion(core, true,
+                   {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading,
+                    "ravelog: fatal: Bad event pool size 0 in core file.  It holds no byte to read." +
+                        kVerify,
+                    1});
+}
+
+// ---- Shipped samples ------------------------------------------------------------
+
+TEST(V1Samples, BothByteOrdersListTheSameApartFromContextSwitchBytes) {
+  const char *source = getenv("RAVELOG_SOURCE_DIR");
+  ASSERT_NE(source, nullptr) << "run through ctest, which sets RAVELOG_SOURCE_DIR";
+  const std::string examples = std::string(source) + "/examples/";
+  TempDir dir;
+  const ProcessResult big =
+      testsupport::RunProcess(kBinary, {kBinary, "-d", examples + "sample_v1_big.core", dir.file("b")});
+  const ProcessResult little = testsupport::RunProcess(
+      kBinary, {kBinary, "-d", examples + "sample_v1_little.core", dir.file("l")});
+  EXPECT_EQ(big.status, 0);
+  EXPECT_EQ(big.err, "");
+  EXPECT_EQ(little.status, 0);
+  EXPECT_EQ(little.err, "");
+  EXPECT_EQ(big.out.find("Error:"), std::string::npos);
+  EXPECT_NE(big.out.find("Breaking out of loop.\n"), std::string::npos);
+
+  // Line by line equal, but for the bytes of a context switch.
+  auto lines = [](const std::string &text) {
+    std::vector<std::string> split;
+    size_t at = 0;
+    for (size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
+      split.push_back(text.substr(at, end - at));
+    return split;
+  };
+  const std::vector<std::string> big_lines = lines(big.out), little_lines = lines(little.out);
+  ASSERT_EQ(big_lines.size(), little_lines.size());
+  size_t sent = 0, switches = 0;
+  for (size_t i = 0; i < big_lines.size(); i++) {
+    if (big_lines[i].rfind("Context Switch to task ", 0) == 0) {
+      switches++;
+      const std::string b = big_lines[i].substr(23, 8), l = little_lines[i].substr(23, 8);
+      EXPECT_EQ(b, l.substr(6, 2) + l.substr(4, 2) + l.substr(2, 2) + l.substr(0, 2)) << i;
+    } else {
+      EXPECT_EQ(big_lines[i], little_lines[i]) << i;
+      if (big_lines[i].rfind("Sending event", 0) == 0) sent++;
+    }
+  }
+  EXPECT_GT(switches, 0u);
+  EXPECT_EQ(sent, 300u);
+}
+
+}  // namespace
