@@ -349,8 +349,9 @@ const char *kq_GetSimpleNameOfEvent(kq_DB *db, const kq_Event *event);
 
 /* A kq_SaveStateFunc for logs of the kernel whose services the kernel call
  * names describe: every payload starts with the task id (4 bytes, target
- * order); tasks fall into groups by the low ten bits of the id, at most one
- * of a group running; a refresh of exactly 70 bytes carries a second name.
+ * order); tasks fall into groups by the low ten bits of the id, and a task
+ * change readies the running task of its own group only; a refresh of
+ * exactly 70 bytes carries a second name.
  * Records a change only where the value differs, except for the running
  * and group statuses.  Reads no byte beyond event->length: an event too
  * short for its id records nothing (a group status change, subtype 8 of

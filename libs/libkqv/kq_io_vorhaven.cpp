@@ -8,9 +8,11 @@
  * stream.  No task is ever deleted.
  *
  * Two things are this kernel's own.  Tasks fall into groups by the low ten
- * bits of their ids (id & 0x3FF), and at most one task of a group runs: a
- * task change makes the running task of the new task's group ready and
- * leaves other groups alone.  And a refresh can carry a second name.
+ * bits of their ids (id & 0x3FF): a task change makes the running task of
+ * the new task's group ready and leaves other groups alone, so tasks of
+ * different groups run side by side (a kernel call marks its task running
+ * and touches no other, so between task changes a group can have more).
+ * And a refresh can carry a second name.
  *
  * The payload, in the target's byte order (word = 4 bytes):
  *
