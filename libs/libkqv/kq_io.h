@@ -282,27 +282,47 @@ int kq_GetStateOfObject(kq_State *state, uint16_t type, uint32_t id, uint8_t **b
  * Self-description: object types, fields and named values
  * ====================================================================== */
 
+/* None of these looks at db except kq_GetValueIfIsKnown.  The one object
+ * type is the Task (type 0), with the fields 0 "Status" (integer, 2 bytes,
+ * named values), 1 "Priority" (integer, 4 bytes) and 2 "Name" (string, 31
+ * bytes).  Only kq_GetObjectTypeName and kq_GetFieldsInObjectType look at
+ * the type; the others answer for the Task's fields whatever type they get. */
+
 /* "Task" for type 0, else null; a constant string. */
 const char *kq_GetObjectTypeName(kq_DB *db, uint16_t type);
-/* For type 0: *fields = new array {0, 1, 2} (gen_free), *count = 3, each
- * when not null.  Other types store nothing. */
+/* For type 0: *fields = a new array {0, 1, 2} (gen_free) and *count = 3,
+ * each only when its pointer isn't null.  Other types store nothing. */
 void kq_GetFieldsInObjectType(kq_DB *db, uint16_t type, int32_t **fields, uint32_t *count);
-/* A new description (kq_DeleteFieldDesc) of field 0..2, else null. */
+/* A new description of field 0, 1 or 2 (kq_DeleteFieldDesc frees the name
+ * and the record), whatever the type; null for any other field. */
 kq_FieldDesc *kq_GetFieldDesc(kq_DB *db, uint16_t type, int32_t field);
+/* Null does nothing. */
 void kq_DeleteFieldDesc(kq_FieldDesc *desc);
-/* Field 0: *values = new array {0, 1, 2, 3, 7} (gen_free) when values isn't
- * null, *count = 5; other fields: *count = 0. */
+/* Field 0 with values not null: *values = a new array {0, 1, 2, 3, 7}
+ * (gen_free) and *count = 5 when count isn't null; field 0 with values null
+ * stores nothing.  Any other field: *count = 0 (when not null), *values
+ * untouched. */
 void kq_GetNamedValues(kq_DB *db, uint16_t type, int32_t field, uint16_t **values,
                        uint32_t *count);
-/* Constant name of a status value of field 0, else null. */
+/* The constant name of *value in field 0 ("READY" 0, "SUSPEND" 1, "PEND" 2,
+ * "RUNNING" 3, "EVWAIT" 7); null for other values, other fields or a null
+ * value. */
 const char *kq_GetNameOfValue(kq_DB *db, uint16_t type, int32_t field, const uint16_t *value);
-/* 1 for field 0 with value 3, else 0. */
+/* 1 for field 0 with *value 3 ("RUNNING"), else 0. */
 int kq_IsPrimaryValue(kq_DB *db, uint16_t type, int32_t field, const uint16_t *value);
-/* Reads field `field` of object (type, id) of state into buffer: 0 status
- * and 1 priority in host order, 2 the name as a NUL-ended text (from format
- * version 3 on "second name, separator, name").  Returns 1 when the object
- * exists, with *isKnown 1 when the field was known and fitted; 0 when the
- * object is missing. */
+/* Reads field `field` of object (type, id) of state into buffer, which has
+ * bufferSize bytes:
+ *   0  the status, 2 bytes in host order, when statusKnown and bufferSize >= 2;
+ *   1  the priority, 4 bytes in host order, when priorityKnown and >= 4;
+ *   2  the name as NUL-ended text, when nameKnown and bufferSize >= 1: up to
+ *      format version 2 the 31 name bytes (as many as bufferSize - 1 allows);
+ *      from version 3 on the second name when secondNameKnown, then
+ *      `separator` when a second name was copied and room is left, then the
+ *      name, each cut to the room left.  A null db reads as version 0.
+ * Returns 0 with *isKnown 0 when the object is missing.  Otherwise returns 1,
+ * with *isKnown 1 when the field was known and fitted, and *isKnown 0 and
+ * the buffer untouched when not (also for a field outside 0..2 and a value
+ * shorter than a Task's 76 bytes).  isKnown may be null. */
 int kq_GetValueIfIsKnown(kq_DB *db, kq_State *state, uint16_t type, uint32_t id, int32_t field,
                          uint8_t *isKnown, void *buffer, uint32_t bufferSize, char separator);
 
@@ -310,8 +330,16 @@ int kq_GetValueIfIsKnown(kq_DB *db, kq_State *state, uint16_t type, uint32_t id,
  * Event names
  * ====================================================================== */
 
-/* Long and short names of an event's type (and, for kernel calls, subtype);
- * constant strings the caller neither frees nor changes. */
+/* The long name (for reading) and the short name (no spaces) of an event,
+ * from its type and, for a kernel call (type 3), its subtype; only those two
+ * fields are read, and db is not looked at.  Constant strings that the
+ * caller neither frees nor changes.
+ *   type 1 "TaskChange", 2 "Interrupt", 4 "User Event"/"UserEvent",
+ *   5 "Status Change"/"StatusChange", 6 "Refresh", 7 "Timer", any other
+ *   "UNKNOWN EVENT"/"UNKNOWNEVENT";
+ *   type 3: "Kernel Call: " + the service's name for subtypes 0..45 and 132,
+ *   else "UNKNOWN KERNEL CALL"; short form the service's name for 0..43 and
+ *   132, else "UNKOWNKERNCALL" (sic).  A null event gets the event fallback. */
 const char *kq_GetNameOfEvent(kq_DB *db, const kq_Event *event);
 const char *kq_GetSimpleNameOfEvent(kq_DB *db, const kq_Event *event);
 
@@ -320,8 +348,16 @@ const char *kq_GetSimpleNameOfEvent(kq_DB *db, const kq_Event *event);
  * ====================================================================== */
 
 /* A kq_SaveStateFunc for logs of the kernel whose services the kernel call
- * names describe: task groups by the low ten bits of the id, second names.
- * Always returns 1. */
+ * names describe: every payload starts with the task id (4 bytes, target
+ * order); tasks fall into groups by the low ten bits of the id, and a task
+ * change readies the running task of its own group only; a refresh of
+ * exactly 70 bytes carries a second name.
+ * Records a change only where the value differs, except for the running
+ * and group statuses.  Reads no byte beyond event->length: an event too
+ * short for its id records nothing (a group status change, subtype 8 of
+ * type 5, then concerns group 0), one too short for a priority or a name
+ * leaves that fact out.  The table of types: kq_io_vorhaven.cpp.  Always
+ * returns 1. */
 int kq_SaveStateChange_Vorhaven(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event);
 
 #ifdef __cplusplus
