@@ -1,8 +1,11 @@
 // The tests' model of a converted database; see database_model.h.
 #include "database_model.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
+#include "database_walk.h"
 #include "hex_bytes.h"
 
 namespace testsupport {
@@ -18,6 +21,21 @@ std::vector<uint32_t> InTableOrder(std::vector<uint32_t> ids) {
 }
 
 }  // namespace
+
+DatabaseFiles ReadDatabase(const std::string &base) {
+  return {ReadWithSyscalls(base + ".kqv"), ReadWithSyscalls(base + ".kqs"), ReadWithSyscalls(base + ".kqi")};
+}
+
+void ExpectDatabase(const DatabaseFiles &got, const DatabaseFiles &want) {
+  EXPECT_EQ(ToHex(got.kqv), ToHex(want.kqv));
+  EXPECT_EQ(ToHex(got.kqi), ToHex(want.kqi));
+  if (got.kqs == want.kqs) return;
+  size_t at = 0;
+  while (at < got.kqs.size() && at < want.kqs.size() && got.kqs[at] == want.kqs[at]) at++;
+  ADD_FAILURE() << ".kqs of " << got.kqs.size() << " bytes, expected " << want.kqs.size()
+                << ", first differs at byte " << at << ":\n  got  "
+                << ToHex(got.kqs.substr(at, 24)) << "\n  want " << ToHex(want.kqs.substr(at, 24));
+}
 
 std::string U(uint64_t value, int bytes) {
   std::string out;
@@ -112,6 +130,8 @@ void Model::UpdatePriority(Thread *t, uint32_t priority) {
 
 void Model::Track(uint16_t type, uint16_t subtype, const std::string &payload) {
   if (type == 2 || type == 4 || type == 7) return;
+  // A payload too short to name a thread changes nothing.
+  if (payload.size() < 4) return;
   const uint32_t id = Word(payload, 0);
   Thread *t = Find(id);
   if (type == 1) {
@@ -139,18 +159,23 @@ void Model::Track(uint16_t type, uint16_t subtype, const std::string &payload) {
     }
     return;
   }
-  // Types 5 and 6.
+  // Types 5 and 6.  Without a second word there is no priority; the name
+  // of a type 6 is what stands from offset 8 on, zero-padded to 31 bytes.
   uint16_t status = subtype;
   if (type == 5) status = subtype == 3 ? 11 : subtype == 10 ? 3 : subtype;
-  const uint32_t priority = Word(payload, 4);
+  const bool priorityGiven = payload.size() >= 8;
+  const uint32_t priority = priorityGiven ? Word(payload, 4) : 0xFFFFFFFF;
   std::string name;
-  if (type == 6) name = payload.substr(8, 31);
+  if (type == 6) {
+    if (payload.size() > 8) name = payload.substr(8, 31);
+    name.resize(31, '\0');
+  }
   if (t == nullptr) {
     Thread fresh;
     fresh.id = id;
     fresh.status = status;
     fresh.priority = priority;
-    fresh.priorityKnown = true;
+    fresh.priorityKnown = priorityGiven;
     if (type == 6) {
       fresh.name = name;
       fresh.nameKnown = true;
@@ -159,7 +184,7 @@ void Model::Track(uint16_t type, uint16_t subtype, const std::string &payload) {
     return;
   }
   UpdateStatus(t, status);
-  UpdatePriority(t, priority);
+  if (priorityGiven) UpdatePriority(t, priority);
   if (type != 6) return;
   const size_t length = std::min<size_t>(name.find('\0'), 31);
   if (name.compare(0, length, t->name, 0, length) != 0) {

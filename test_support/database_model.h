@@ -11,7 +11,10 @@
 //
 // What it models: big-endian numbers and the three layouts; blocks of 100
 // events with their object list (one block late) and snapshot; Tasks made
-// and changed as the tracker does for event types 1 to 7.  Table order is
+// and changed as the tracker does for event types 1 to 7, with payloads of
+// any length: types 1, 3, 5 and 6 shorter than a Thread ID change nothing,
+// types 5 and 6 shorter than two words carry no priority, and a type 6 name
+// is the bytes from offset 8 on, at most 31, zero-padded.  Table order is
 // modelled as the walk of a table of 29 buckets: by bucket (the id with its
 // outer bytes exchanged, modulo 29), then by order of creation.  That holds
 // while no table grows (fewer than 59 threads) and nothing is deleted.
@@ -28,6 +31,14 @@ namespace testsupport {
 struct DatabaseFiles {
   std::string kqv, kqs, kqi;
 };
+
+// The three files of the database with base name `base`; a file that
+// can't be read is empty.
+DatabaseFiles ReadDatabase(const std::string &base);
+
+// Expects `got` to be `want` byte for byte; a failure shows .kqv and .kqi in
+// hexadecimal and the first position at which .kqs differs.
+void ExpectDatabase(const DatabaseFiles &got, const DatabaseFiles &want);
 
 // `value` as a big-endian number of `bytes` bytes.
 std::string U(uint64_t value, int bytes);

@@ -25,6 +25,7 @@
 
 using testsupport::Corefile;
 using testsupport::Endian;
+using testsupport::ExpectDatabase;
 using testsupport::GFileHeader;
 using testsupport::HexBytes;
 using testsupport::Model;
@@ -147,16 +148,6 @@ std::vector<LogEvent> MixedEvents(size_t count) {
   return events;
 }
 
-void ExpectFiles(const Files &got, const Files &want) {
-  EXPECT_EQ(ToHex(got.kqv), ToHex(want.kqv));
-  EXPECT_EQ(got.kqi.size(), want.kqi.size());
-  EXPECT_TRUE(got.kqi == want.kqi) << "kqi differs";
-  ASSERT_EQ(got.kqs.size(), want.kqs.size());
-  for (size_t i = 0; i < got.kqs.size(); i++) {
-    ASSERT_EQ(got.kqs[i], want.kqs[i]) << ".kqs first differs at byte " << i;
-  }
-}
-
 // ---- The worked log, pinned -----------------------------------------------------------
 
 TEST(DatabaseFiles, TheWorkedLogGivesThesePinnedFiles) {
@@ -198,7 +189,7 @@ TEST(DatabaseFiles, AMixedLogOfThreeBlocksMatchesTheModelInBothByteOrders) {
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.status, 0);
     const Files files = Read(dir);
-    ExpectFiles(files, model.Expected());
+    ExpectDatabase(files, model.Expected());
     // 6 thread records and 260 events: three blocks.
     EXPECT_EQ(files.kqi.size(), 21u + 3 * 13);
     EXPECT_EQ(ToHex(files.kqs.substr(20, 11)), "03 00 00 00 00 02 00 00 00 00 01");
@@ -235,15 +226,9 @@ TEST(DatabaseFiles, BothByteOrdersDifferOnlyInTheFlagAndThePayloads) {
   ASSERT_EQ(files[0].kqs.size(), files[1].kqs.size());
   const auto walk = testsupport::WalkStream(files[0].kqs);
   ASSERT_TRUE(walk.ok) << walk.error;
-  std::string masked[2] = {files[0].kqs, files[1].kqs};
-  size_t payloads = 0;
-  for (const auto &block : walk.blocks) {
-    for (const auto &event : block.events) {
-      for (std::string &m : masked) m.replace(event.payloadPosition, event.payload.size(), event.payload.size(), '*');
-      payloads++;
-    }
-  }
-  EXPECT_EQ(payloads, 6u + 150u);
+  EXPECT_EQ(walk.EventCount(), 6u + 150u);
+  const std::string masked[2] = {testsupport::MaskPayloads(files[0].kqs, walk),
+                                 testsupport::MaskPayloads(files[1].kqs, walk)};
   EXPECT_NE(files[0].kqs, files[1].kqs);
   EXPECT_TRUE(masked[0] == masked[1]) << "the streams differ outside the payloads";
 }
@@ -298,7 +283,7 @@ TEST(DatabaseFiles, ADumpCutInTheThreadListLeavesTheRecordsSoFar) {
   ProcessResult run = testsupport::RunProcess(kBinary, {"ravelog", dir.file("core"), dir.file("db")});
   EXPECT_EQ(run.err, "ravelog: fatal: Error reading buffer from corefile.\n");
   EXPECT_EQ(run.status, 1);
-  ExpectFiles(Read(dir), expected.Expected());
+  ExpectDatabase(Read(dir), expected.Expected());
 }
 
 TEST(DatabaseFiles, ADatabaseThatCannotBeCreatedIsFatal) {
@@ -320,7 +305,7 @@ TEST(DatabaseFiles, AConversionReplacesAnOldDatabaseOfTheSameName) {
   Model small(false, 32768);
   ASSERT_EQ(Convert(dir, BuildLog(Endian::kLittle, kThreads, MixedEvents(12), 16, 0, &small)).status,
             0);
-  ExpectFiles(Read(dir), small.Expected());
+  ExpectDatabase(Read(dir), small.Expected());
 }
 
 TEST(DatabaseFiles, TheOldKqvIsGoneWhenTheNewKqsCannotBeMade) {
