@@ -5,22 +5,28 @@
 // after its length byte; the drop test and a first record at 0:0; cut and
 // malformed pools; both byte orders; the shipped samples.
 //
-// Each case states its whole outcome in a Conversion; one that also names
-// the database's files (.database) has them compared byte for byte.
+// Each case states its whole outcome in a Conversion, the database's files
+// included: they are the model's (database_model.h) for the thread records
+// and events that the listing shows sent, compared byte for byte.  Short
+// payloads of the types the tracker reads, and a log of more than 100
+// events whose database has blocks and snapshots, in both byte orders.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "corefile_builder.h"
+#include "database_model.h"
+#include "database_walk.h"
 #include "run_process.h"
 #include "temp_dir.h"
 
 using testsupport::Corefile;
+using testsupport::DatabaseFiles;
 using testsupport::Endian;
+using testsupport::Model;
 using testsupport::ProcessResult;
 using testsupport::TempDir;
 
@@ -28,17 +34,12 @@ namespace {
 
 const std::string kBinary = RAVELOG_BINARY;
 
-// The three files of a database, each whole.
-struct DatabaseFiles {
-  std::string kqv, kqs, kqi;
-};
-
 // Everything a run of ravelog shows.
 struct Conversion {
   std::string out;
-  std::string err = "";
-  int status = 0;
-  std::optional<DatabaseFiles> database = std::nullopt;  // compared when given
+  std::string err;
+  int status;
+  DatabaseFiles database;  // as the files stand when the process has ended
 };
 
 // Runs `ravelog [-d] core db` in a fresh directory and checks the outcome.
@@ -53,12 +54,32 @@ void ExpectConversion(const Corefile &core, bool with_debug, const Conversion &e
   EXPECT_EQ(run.out, expected.out);
   EXPECT_EQ(run.err, expected.err);
   EXPECT_EQ(run.status, expected.status);
-  if (expected.database) {
-    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqv")), expected.database->kqv);
-    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqs")), expected.database->kqs);
-    EXPECT_EQ(testsupport::ReadFileBytes(dir.file("db.kqi")), expected.database->kqi);
-  }
+  testsupport::ExpectDatabase(testsupport::ReadDatabase(dir.file("db")), expected.database);
 }
+
+// One record that a conversion hands to the database.
+struct Sent {
+  uint64_t time;  // settled
+  uint16_t type;
+  uint16_t subtype;
+  std::string payload;
+};
+
+// The database of a conversion of `core` (timer frequency 1000 Hz) that
+// added `records` in this order.
+DatabaseFiles DatabaseOf(const Corefile &core, const std::vector<Sent> &records) {
+  Model model(core.big_endian(), 1000);
+  for (const Sent &r : records) model.Add(r.time, r.type, r.subtype, r.payload);
+  return model.Expected();
+}
+
+// The thread record of a valid thread list entry: ID and priority in the
+// log's byte order, the name's first 31 bytes.
+Sent ThreadRecord(const Corefile &core, std::string name, uint32_t id, uint32_t priority) {
+  name.resize(31, '\0');
+  return {0, 6, 10, core.Words({id, priority}) + name};
+}
+Sent MainRecord(const Corefile &core) { return ThreadRecord(core, "main", 0x1234, 10); }
 
 const std::string kThreadHeading =
     "Thread List Section\n"
@@ -77,7 +98,9 @@ const std::string kBadRecord = "ravelog: fatal: Bad event record at offset ";
 TEST(V1Pool, OfZeroBytesOnlyGivesNoEventsAndStartsAtZero) {
   Corefile core = Corefile::V1(Endian::kBig, 40);
   core.Thread("main", 0x1234, 10);
-  ExpectConversion(core, true, {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading});
+  ExpectConversion(core, true,
+                   {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading, "", 0,
+                    DatabaseOf(core, {MainRecord(core)})});
 }
 
 // Three records from offset 0, zero bytes behind them.
@@ -91,7 +114,13 @@ Corefile RisingWithZerosBehind() {
 }
 
 TEST(V1Pool, InRisingOrderWithZerosBehindStartsAtItsFirstRecord) {
-  ExpectConversion(RisingWithZerosBehind(), true,
+  const Corefile core = RisingWithZerosBehind();
+  // The service call makes main, at 10 from its thread record, running.
+  const DatabaseFiles database = DatabaseOf(core, {MainRecord(core),
+                                                   {0, 4, 0, core.Words({0x1234})},
+                                                   {0x80, 7, 0, ""},
+                                                   {0xf0, 3, 0x14, core.Words({0x1234, 0x20003000})}});
+  ExpectConversion(core, true,
                    {kThreadHeading + kMain +
                     "Event (Type 4:0) time was: 0:100\n"
                     "Event (Type 7:0) time was: 0:180\n"
@@ -100,8 +129,9 @@ TEST(V1Pool, InRisingOrderWithZerosBehindStartsAtItsFirstRecord) {
                     kEventsHeading +
                     "Sending event of type 0x4:0x0 time 0:0\n"
                     "Sending event of type 0x7:0x0 time 0:80\n"
-                    "Sending event of type 0x3:0x14 time 0:f0\n"});
-  ExpectConversion(RisingWithZerosBehind(), false, {""});
+                    "Sending event of type 0x3:0x14 time 0:f0\n",
+                    "", 0, database});
+  ExpectConversion(core, false, {"", "", 0, database});
 }
 
 TEST(V1Pool, FilledExactlyIsWalkedFromItsStart) {
@@ -120,7 +150,11 @@ TEST(V1Pool, FilledExactlyIsWalkedFromItsStart) {
                     "Sending event of type 0x1:0x0 time 0:0\n"
                     "Context Switch to task 20002100.\n"
                     "Sending event of type 0x2:0x1 time 0:20\n"
-                    "Sending event of type 0x7:0x0 time 0:30\n"});
+                    "Sending event of type 0x7:0x0 time 0:30\n",
+                    "", 0,
+                    DatabaseOf(core, {{0, 1, 0, core.Words({0x20002100})},
+                                      {0x20, 2, 1, core.Words({0x13})},
+                                      {0x30, 7, 0, ""}})});
 }
 
 // Newer records at offsets 0 and 17, filler, the oldest record at 32, then
@@ -149,10 +183,23 @@ std::string WrappedListing(const std::string &task_bytes) {
          "Sending event of type 0x7:0x0 time 0:210\n";
 }
 
+// What the walk of WrappedInTheMiddle sends: idle isn't valid; main goes
+// from 10 to running, to 4 (priority 10 as before) and running again.
+DatabaseFiles WrappedDatabase(const Corefile &core) {
+  return DatabaseOf(core, {MainRecord(core),
+                           {0, 3, 0x14, core.Words({0x1234, 2})},
+                           {0x80, 5, 4, core.Words({0x1234, 10})},
+                           {0x100, 7, 0, ""},
+                           {0x200, 1, 0, core.Words({0x1234})},
+                           {0x210, 7, 0, ""}});
+}
+
 TEST(V1Pool, WrappedIsWalkedFromTheOldestRecordAndListsAlikeInBothByteOrders) {
   // Only the context switch line differs: it shows the bytes as they stand.
-  ExpectConversion(WrappedInTheMiddle(Endian::kBig), true, {WrappedListing("00001234")});
-  ExpectConversion(WrappedInTheMiddle(Endian::kLittle), true, {WrappedListing("34120000")});
+  const Corefile big = WrappedInTheMiddle(Endian::kBig);
+  const Corefile little = WrappedInTheMiddle(Endian::kLittle);
+  ExpectConversion(big, true, {WrappedListing("00001234"), "", 0, WrappedDatabase(big)});
+  ExpectConversion(little, true, {WrappedListing("34120000"), "", 0, WrappedDatabase(little)});
 }
 
 TEST(V1Pool, LengthByteInTheLastPlaceHasItsHeadAtThePoolsStart) {
@@ -175,7 +222,13 @@ TEST(V1Pool, LengthByteInTheLastPlaceHasItsHeadAtThePoolsStart) {
                     "Sending event of type 0x3:0x16 time 0:1\n"
                     "Sending event of type 0x4:0x0 time 0:3\n"
                     "Sending event of type 0x1:0x0 time 0:4ffff\n"
-                    "Context Switch to task 00001234.\n"});
+                    "Context Switch to task 00001234.\n",
+                    "", 0,
+                    // A service call of one payload byte names no thread.
+                    DatabaseOf(core, {{0, 2, 1, ""},
+                                      {1, 3, 0x16, "\xab"},
+                                      {3, 4, 0, core.Words({0x1234})},
+                                      {0x4ffff, 1, 0, core.Words({0x1234})}})});
 }
 
 TEST(V1Pool, ContextSwitchShorterThanAThreadIdShowsZeroForTheMissingBytes) {
@@ -192,7 +245,10 @@ TEST(V1Pool, ContextSwitchShorterThanAThreadIdShowsZeroForTheMissingBytes) {
                     "Sending event of type 0x1:0x0 time 0:0\n"
                     "Context Switch to task 00000000.\n"
                     "Sending event of type 0x1:0x0 time 0:1\n"
-                    "Context Switch to task abcd0000.\n"});
+                    "Context Switch to task abcd0000.\n",
+                    "", 0,
+                    // Neither names a thread: no Task.
+                    DatabaseOf(core, {{0, 1, 0, ""}, {1, 1, 0, "\xab\xcd"}})});
 }
 
 // ---- Times --------------------------------------------------------------------
@@ -203,6 +259,9 @@ TEST(V1Times, DropIsJudgedAgainstTheFirstRecordAndAFallAboveItIsAReversal) {
   core.AppendRecord(4, 3, 0, 0x50).AppendRecord(4, 4, 0, 0x80);
   const std::string reversal =
       "Error: Timestamp reverses from 0x0:2b0 to 0x0:1b0 \n\tfor event of type 0x4:0x2.\n";
+  // The reversed event keeps the time before it.
+  const DatabaseFiles database = DatabaseOf(
+      core, {{0, 4, 3, ""}, {0x30, 4, 4, ""}, {0xb0, 4, 0, ""}, {0x2b0, 4, 1, ""}, {0x2b0, 4, 2, ""}});
   ExpectConversion(core, true,
                    {kThreadHeading +
                     "Event (Type 4:0) time was: 0:100\n"
@@ -215,8 +274,9 @@ TEST(V1Times, DropIsJudgedAgainstTheFirstRecordAndAFallAboveItIsAReversal) {
                     "Sending event of type 0x4:0x4 time 0:30\n"
                     "Sending event of type 0x4:0x0 time 0:b0\n"
                     "Sending event of type 0x4:0x1 time 0:2b0\n" +
-                    reversal + "Sending event of type 0x4:0x2 time 0:2b0\n"});
-  ExpectConversion(core, false, {reversal});
+                    reversal + "Sending event of type 0x4:0x2 time 0:2b0\n",
+                    "", 0, database});
+  ExpectConversion(core, false, {reversal, "", 0, database});
 }
 
 TEST(V1Times, FirstRecordAtZeroLeavesTheStartToTheNextAndWrapsToAHugeTime) {
@@ -234,22 +294,32 @@ TEST(V1Times, FirstRecordAtZeroLeavesTheStartToTheNextAndWrapsToAHugeTime) {
        "Error: Timestamp reverses from 0xffffffff:fffffff0 to 0x0:0 \n\tfor event of type 0x4:0x1.\n"
        "Sending event of type 0x4:0x1 time ffffffff:fffffff0\n"
        "Error: Timestamp reverses from 0xffffffff:fffffff0 to 0x0:10 \n\tfor event of type 0x4:0x2.\n"
-       "Sending event of type 0x4:0x2 time ffffffff:fffffff0\n"});
+       "Sending event of type 0x4:0x2 time ffffffff:fffffff0\n",
+       "", 0,
+       DatabaseOf(core, {{0xfffffffffffffff0, 4, 0, ""},
+                         {0xfffffffffffffff0, 4, 1, ""},
+                         {0xfffffffffffffff0, 4, 2, ""}})});
 }
 
 // ---- Cut and malformed logs ------------------------------------------------------
 
 TEST(V1Malformed, CutShortFilesEndInTheReadersOrThePoolsMessage) {
-  const std::string whole = RisingWithZerosBehind().Bytes();  // 28 + 44 + 64 bytes
+  const Corefile core = RisingWithZerosBehind();
+  const std::string whole = core.Bytes();  // 28 + 44 + 64 bytes
+  // Cut in the header: no database yet.  Cut later: the database as it
+  // stood, unclosed, with the thread records read so far and no event.
+  const DatabaseFiles empty = DatabaseOf(core, {});
+  const DatabaseFiles threads = DatabaseOf(core, {MainRecord(core)});
   struct Case {
     size_t keep;
     std::string out, err;
+    const DatabaseFiles *database;
   } cases[] = {
-      {3, "", "ravelog: fatal: Error reading short from corefile.\n"},
-      {27, "", "ravelog: fatal: Error reading int4 from corefile.\n"},
-      {62, kThreadHeading, "ravelog: fatal: Error reading char from corefile.\n"},
-      {72, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n"},
-      {135, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n"},
+      {3, "", "ravelog: fatal: Error reading short from corefile.\n", nullptr},
+      {27, "", "ravelog: fatal: Error reading int4 from corefile.\n", nullptr},
+      {62, kThreadHeading, "ravelog: fatal: Error reading char from corefile.\n", &empty},
+      {72, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n", &threads},
+      {135, kThreadHeading + kMain, "ravelog: fatal: Error reading in event pool.\n", &threads},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.keep);
@@ -260,6 +330,12 @@ TEST(V1Malformed, CutShortFilesEndInTheReadersOrThePoolsMessage) {
     EXPECT_EQ(run.out, c.out);
     EXPECT_EQ(run.err, c.err);
     EXPECT_EQ(run.status, 1);
+    if (c.database != nullptr) {
+      testsupport::ExpectDatabase(testsupport::ReadDatabase(dir.file("db")), *c.database);
+    } else {
+      for (const char *suffix : {".kqv", ".kqs", ".kqi"})
+        EXPECT_FALSE(testsupport::FileExists(dir.file("db") + suffix)) << suffix;
+    }
   }
 }
 
@@ -272,7 +348,8 @@ TEST(V1Malformed, LengthBelowTwelveIsRefusedWhereTheWalkMeetsIt) {
                     "Breaking out of loop.\n"
                     "Starttime is 0:5.\n" +
                     kEventsHeading,
-                    kBadRecord + "13 of the event pool: its length 5 is below 12." + kVerify, 1});
+                    kBadRecord + "13 of the event pool: its length 5 is below 12." + kVerify, 1,
+                    DatabaseOf(core, {})});
 }
 
 TEST(V1Malformed, HeadPastThePoolsEndIsRefusedByTheScan) {
@@ -286,7 +363,7 @@ TEST(V1Malformed, HeadPastThePoolsEndIsRefusedByTheScan) {
                      {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
                       kBadRecord + std::to_string(at) +
                           " of the event pool: it runs past the end of the pool of 32 bytes." + kVerify,
-                      1});
+                      1, DatabaseOf(core, {})});
   }
 }
 
@@ -297,7 +374,7 @@ TEST(V1Malformed, PayloadPastThePoolsEndIsRefusedByTheScanAndByTheWalk) {
                    {kThreadHeading + "Event (Type 4:0) time was: 0:10\n",
                     kBadRecord + "20 of the event pool: it runs past the end of the pool of 40 bytes." +
                         kVerify,
-                    1});
+                    1, DatabaseOf(scan, {})});
   // Behind the drop only the walk reads the records.
   Corefile walk = Corefile::V1(Endian::kBig, 48);
   walk.AppendRecord(4, 0, 0, 0x100).AppendRecord(4, 1, 0, 0x50).AppendRecord(4, 2, 0, 0x60, "", 30);
@@ -309,7 +386,7 @@ TEST(V1Malformed, PayloadPastThePoolsEndIsRefusedByTheScanAndByTheWalk) {
                     kEventsHeading + "Sending event of type 0x4:0x1 time 0:0\n",
                     kBadRecord + "26 of the event pool: it runs past the end of the pool of 48 bytes." +
                         kVerify,
-                    1});
+                    1, DatabaseOf(walk, {{0, 4, 1, ""}})});
 }
 
 TEST(V1Malformed, RecordThatWrapsPastTheWalksStartIsRefusedNotLappedForEver) {
@@ -325,7 +402,7 @@ TEST(V1Malformed, RecordThatWrapsPastTheWalksStartIsRefusedNotLappedForEver) {
                     kEventsHeading + "Sending event of type 0x2:0x0 time 0:0\n",
                     kBadRecord + "63 of the event pool: it runs past offset 24, where the oldest part of "
                                  "the ring begins." + kVerify,
-                    1});
+                    1, DatabaseOf(core, {{0, 2, 0, ""}})});
 }
 
 TEST(V1Malformed, PoolOfSizeZeroIsRefusedWhenTheWalkWouldBegin) {
@@ -335,7 +412,7 @@ TEST(V1Malformed, PoolOfSizeZeroIsRefusedWhenTheWalkWouldBegin) {
                    {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading,
                     "ravelog: fatal: Bad event pool size 0 in core file.  It holds no byte to read." +
                         kVerify,
-                    1});
+                    1, DatabaseOf(core, {MainRecord(core)})});
 }
 
 // ---- Shipped samples ------------------------------------------------------------
