@@ -1,15 +1,17 @@
 // End-to-end tests of version 1 logs: the built ravelog run on corefiles
-// made by the builder, comparing standard output, standard error and exit
-// status exactly.  Pools of zero bytes, in rising order, filled exactly,
-// wrapped with the oldest record in the middle or with a record that wraps
-// after its length byte; the drop test and a first record at 0:0; cut and
-// malformed pools; both byte orders; the shipped samples.
+// made by the builder, comparing standard output, standard error, exit
+// status and the three database files exactly.  Pools of zero bytes, in
+// rising order, filled exactly, wrapped with the oldest record in the
+// middle or with a record that wraps after its length byte; the drop test
+// and a first record at 0:0; payloads shorter than the tracker's words; a
+// long wrapped log with blocks and snapshots, in both byte orders; cut and
+// malformed pools; the shipped samples.
 //
-// Each case states its whole outcome in a Conversion, the database's files
-// included: they are the model's (database_model.h) for the thread records
-// and events that the listing shows sent, compared byte for byte.  Short
-// payloads of the types the tracker reads, and a log of more than 100
-// events whose database has blocks and snapshots, in both byte orders.
+// Each case states its whole outcome in a Conversion.  The expected files
+// come from the tests' model of the database (database_model.h), fed with
+// the thread records and the events the walk should send, in walk order
+// with their settled times; a fatal case expects the files as they stood
+// when the process ended.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,15 +22,18 @@
 #include "corefile_builder.h"
 #include "database_model.h"
 #include "database_walk.h"
+#include "hex_bytes.h"
 #include "run_process.h"
 #include "temp_dir.h"
 
 using testsupport::Corefile;
 using testsupport::DatabaseFiles;
 using testsupport::Endian;
+using testsupport::HexBytes;
 using testsupport::Model;
 using testsupport::ProcessResult;
 using testsupport::TempDir;
+using testsupport::ToHex;
 
 namespace {
 
@@ -42,10 +47,11 @@ struct Conversion {
   DatabaseFiles database;  // as the files stand when the process has ended
 };
 
-// Runs `ravelog [-d] core db` in a fresh directory and checks the outcome.
-void ExpectConversion(const Corefile &core, bool with_debug, const Conversion &expected) {
+// Runs `ravelog [-d] core db` in a fresh directory, checks the outcome and
+// returns the database's files.
+DatabaseFiles ExpectConversion(const Corefile &core, bool with_debug, const Conversion &expected) {
   TempDir dir;
-  ASSERT_TRUE(core.WriteTo(dir.file("core")));
+  EXPECT_TRUE(core.WriteTo(dir.file("core")));
   std::vector<std::string> argv{kBinary};
   if (with_debug) argv.push_back("-d");
   argv.push_back(dir.file("core"));
@@ -54,7 +60,9 @@ void ExpectConversion(const Corefile &core, bool with_debug, const Conversion &e
   EXPECT_EQ(run.out, expected.out);
   EXPECT_EQ(run.err, expected.err);
   EXPECT_EQ(run.status, expected.status);
-  testsupport::ExpectDatabase(testsupport::ReadDatabase(dir.file("db")), expected.database);
+  DatabaseFiles files = testsupport::ReadDatabase(dir.file("db"));
+  testsupport::ExpectDatabase(files, expected.database);
+  return files;
 }
 
 // One record that a conversion hands to the database.
@@ -299,6 +307,236 @@ TEST(V1Times, FirstRecordAtZeroLeavesTheStartToTheNextAndWrapsToAHugeTime) {
        DatabaseOf(core, {{0xfffffffffffffff0, 4, 0, ""},
                          {0xfffffffffffffff0, 4, 1, ""},
                          {0xfffffffffffffff0, 4, 2, ""}})});
+}
+
+// ---- Payloads of any length, and blocks ----------------------------------------
+
+TEST(V1Tracking, ShortPayloadsRecordOnlyWhatTheyHold) {
+  Corefile core = Corefile::V1(Endian::kLittle, 480);
+  core.Thread("main", 0x1234, 10);
+  const std::string thirty_one = "a_name_of_exactly_thirty_one_ch";
+  const std::vector<Sent> events = {
+      {0, 5, 4, core.Words({0x1234})},                       // status, no priority
+      {1, 5, 10, "\x34\x12"},                                 // no thread ID: nothing
+      {2, 6, 7, core.Words({0x5678})},                        // a new thread, no priority
+      {3, 6, 10, core.Words({0x5678, 20}) + "wor"},           // priority and a 3-byte name
+      {4, 6, 10, core.Words({0x1234, 10}) + "ma"},            // "ma" begins "main": kept
+      {5, 5, 3, core.Words({0x5678}) + "\x01\x02\x03"},       // 7 bytes: no priority
+      {6, 1, 0, std::string("\x78\x56\x00", 3)},              // no thread ID: nothing
+      {7, 3, 1, core.Words({0x9abc})},                        // a new running thread
+      {8, 6, 10, core.Words({0x1234, 10}) + thirty_one + "xyz"},  // 31 name bytes, no terminator
+      {9, 5, 10, ""},                                         // length 12, empty payload
+      {10, 4, 0, std::string(243, '\xee')},                   // length 255
+  };
+  std::vector<Sent> sent = {MainRecord(core)};
+  for (const Sent &e : events) {
+    core.AppendRecord(e.type, e.subtype, 0, static_cast<uint32_t>(0x10 + e.time), e.payload);
+    sent.push_back(e);
+  }
+  ASSERT_EQ(core.RecordEnd(), 473u);
+  TempDir dir;
+  ASSERT_TRUE(core.WriteTo(dir.file("core")));
+  const ProcessResult run = testsupport::RunProcess(kBinary, {kBinary, dir.file("core"), dir.file("db")});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  const DatabaseFiles files = testsupport::ReadDatabase(dir.file("db"));
+  testsupport::ExpectDatabase(files, DatabaseOf(core, sent));
+
+  // The changes of some events, pinned: events[i] is event i + 1 behind the
+  // thread record.
+  const auto walk = testsupport::WalkStream(files.kqs);
+  ASSERT_TRUE(walk.ok) << walk.error;
+  ASSERT_EQ(walk.blocks.size(), 1u);
+  const auto &got = walk.blocks[0].events;
+  ASSERT_EQ(got.size(), 12u);
+  const std::string zeros31(31, '\0'), zeros35(35, '\0');
+  EXPECT_EQ(ToHex(got[1].changes), ToHex(HexBytes("01 0000 00001234 0000 02 0004")));
+  EXPECT_EQ(got[2].changes, "");
+  EXPECT_EQ(ToHex(got[3].changes),
+            ToHex(HexBytes("00 0000 00005678 004C 0007 01 00 FFFFFFFF 00") + zeros31 + HexBytes("01") + zeros35));
+  EXPECT_EQ(ToHex(got[4].changes), ToHex(HexBytes("01 0000 00005678 0000 02 000A"
+                                                  "01 0000 00005678 0004 04 00000014"
+                                                  "01 0000 00005678 0008 01 01"
+                                                  "01 0000 00005678 0009 04 \"wor\" 00")));
+  EXPECT_EQ(ToHex(got[5].changes), ToHex(HexBytes("01 0000 00001234 0000 02 000A")));
+  EXPECT_EQ(ToHex(got[6].changes), ToHex(HexBytes("01 0000 00005678 0000 02 000B")));
+  EXPECT_EQ(got[7].changes, "");
+  EXPECT_EQ(ToHex(got[8].changes),
+            ToHex(HexBytes("00 0000 00009ABC 004C 0003 01 00 FFFFFFFF 00") + zeros31 + HexBytes("00") + zeros35));
+  EXPECT_EQ(ToHex(got[9].changes), ToHex(HexBytes("01 0000 00001234 0009 1F") + thirty_one));
+  EXPECT_EQ(got[10].payload, "");
+  EXPECT_EQ(got[10].changes, "");
+  EXPECT_EQ(got[11].payload.size(), 243u);
+}
+
+// A record of a longer log: its payload is the words in the log's byte
+// order, then `tail`, cut to `keep` bytes when keep isn't -1.
+struct RingRecord {
+  uint16_t type;
+  uint16_t subtype;
+  uint64_t time;  // as the target wrote it
+  std::vector<uint32_t> words;
+  std::string tail;
+  int keep = -1;
+};
+
+std::string PayloadOf(const Corefile &core, const RingRecord &r) {
+  std::string payload;
+  for (uint32_t w : r.words) payload += core.Word32(w);
+  payload += r.tail;
+  if (r.keep >= 0) payload.resize(static_cast<size_t>(r.keep));
+  return payload;
+}
+
+// `count` records of every type in rising time order, with times that carry
+// over the low word and payloads of every length from 0 to 243; a fixed
+// seed, so every run is the same log.
+std::vector<RingRecord> RingRecords(size_t count) {
+  const uint32_t threads[] = {0x20001000, 0x20002000, 0x20004000, 0x30000001, 0x30000002};
+  const std::string names[] = {"sensor", "sens", "sensor_renamed", "a_name_of_exactly_thirty_one_ch",
+                               "a_name_longer_than_thirty_one_bytes", ""};
+  uint32_t seed = 4711;
+  auto next = [&seed](uint32_t n) {
+    seed = seed * 1103515245u + 12345u;
+    return (seed >> 16) % n;
+  };
+  auto bytes = [&next](uint32_t n) {
+    std::string out;
+    for (uint32_t i = 0; i < n; i++) out += static_cast<char>(next(256));
+    return out;
+  };
+  std::vector<RingRecord> records;
+  uint64_t time = 0x00000001FFFFF000ull;
+  for (size_t i = 0; i < count; i++) {
+    time += 1 + next(90);
+    const uint32_t thread = threads[next(5)];
+    RingRecord r{7, 0, time, {}, ""};
+    switch (i == 57 ? 9 : next(9)) {
+      case 0: case 1:
+        r = {1, 0, time, {thread}, "", next(6) == 0 ? static_cast<int>(next(4)) : -1};
+        break;
+      case 2: r = {3, static_cast<uint16_t>(next(59)), time, {thread, next(8)}, bytes(next(6))}; break;
+      case 3: r = {2, static_cast<uint16_t>(next(2) ? 1 : 3), time, {next(64)}, ""}; break;
+      case 4: r = {4, static_cast<uint16_t>(next(4)), time, {thread, next(1000)}, bytes(next(40))}; break;
+      case 5:
+        r = {5, static_cast<uint16_t>(next(14)), time, {thread, next(3) * 4}, "",
+             next(4) == 0 ? static_cast<int>(4 + next(4)) : -1};
+        break;
+      case 6: {
+        const std::string &name = names[next(6)];
+        r = {6, static_cast<uint16_t>(next(2) ? 10 : next(12)), time, {thread, next(3) * 4}, name,
+             next(3) == 0 ? static_cast<int>(next(9 + static_cast<uint32_t>(name.size()))) : -1};
+        break;
+      }
+      case 7: break;  // a timer, length 12
+      case 8: r = {5, 10, time, {thread, 8}, ""}; break;
+      default: r = {4, 0, time, {thread}, bytes(239)}; break;  // length 255
+    }
+    records.push_back(r);
+  }
+  return records;
+}
+
+// Writes `records` into a version 1 pool as a ring whose oldest record
+// stands a third into the pool: end to end with zero bytes now and then
+// between them; a record that wouldn't end by the pool's end goes to
+// offset 0, with zero bytes behind the one before.  The pool has room for
+// 300 bytes more than the records and the zero bytes between them.  The thread list is main, sensor, a retired
+// thread and one with a name of 31 characters.  `sent` receives what the
+// conversion should add: the thread records, then the records in time
+// order, timed from the first.
+Corefile RingLog(Endian order, const std::vector<RingRecord> &records, std::vector<Sent> *sent) {
+  auto gap_behind = [](size_t i) { return i % 7 == 3 ? 1 + static_cast<uint32_t>(i % 3) : 0u; };
+  uint32_t pool_size = 300;
+  for (size_t i = 0; i < records.size(); i++)
+    pool_size += static_cast<uint32_t>(13 + PayloadOf(Corefile::V1(order, 0), records[i]).size()) + gap_behind(i);
+  const uint32_t start = pool_size / 3;
+  Corefile core = Corefile::V1(order, pool_size);
+  core.Thread("main", 0x20001000, 8).Thread("sensor", 0x20002000, 12).Thread("retired", 0x20003000, 4, 0);
+  core.Thread("name_with_exactly_thirty_one_ch", 0x20004000, 3);
+  *sent = {ThreadRecord(core, "main", 0x20001000, 8), ThreadRecord(core, "sensor", 0x20002000, 12),
+           ThreadRecord(core, "name_with_exactly_thirty_one_ch", 0x20004000, 3)};
+  uint32_t at = start;
+  bool wrapped = false;
+  for (size_t i = 0; i < records.size(); i++) {
+    const RingRecord &r = records[i];
+    const std::string payload = PayloadOf(core, r);
+    const auto size = static_cast<uint32_t>(13 + payload.size());
+    if (at + size > pool_size) {
+      EXPECT_FALSE(wrapped) << "the records don't fit the pool";
+      at = 0;
+      wrapped = true;
+    }
+    core.Record(at, r.type, r.subtype, static_cast<uint32_t>(r.time >> 32), static_cast<uint32_t>(r.time),
+                payload);
+    at += size + gap_behind(i);
+    sent->push_back({r.time - records[0].time, r.type, r.subtype, payload});
+  }
+  EXPECT_TRUE(wrapped && at <= start) << "the ring must wrap and end before its oldest record";
+  return core;
+}
+
+TEST(V1Database, ALongWrappedLogHasBlocksAndSnapshotsAndMatchesTheModelInBothByteOrders) {
+  const std::vector<RingRecord> records = RingRecords(230);
+  // The log holds the payloads it is meant to try.
+  size_t no_thread = 0, no_priority = 0, cut_names = 0, empty = 0, longest = 0;
+  for (const RingRecord &r : records) {
+    const size_t size = PayloadOf(Corefile::V1(Endian::kBig, 0), r).size();
+    const bool reads_thread = r.type == 1 || r.type == 3 || r.type == 5 || r.type == 6;
+    no_thread += reads_thread && size < 4;
+    no_priority += (r.type == 5 || r.type == 6) && size >= 4 && size < 8;
+    cut_names += r.type == 6 && size > 8 && size < 8 + r.tail.size();
+    empty += size == 0;
+    longest += size == 243;
+  }
+  EXPECT_GE(no_thread, 3u);
+  EXPECT_GE(no_priority, 3u);
+  EXPECT_GE(cut_names, 2u);
+  EXPECT_GE(empty, 10u);
+  EXPECT_EQ(longest, 1u);
+  for (Endian order : {Endian::kBig, Endian::kLittle}) {
+    SCOPED_TRACE(order == Endian::kBig ? "big-endian" : "little-endian");
+    std::vector<Sent> sent;
+    const Corefile core = RingLog(order, records, &sent);
+    const DatabaseFiles files = ExpectConversion(core, false, {"", "", 0, DatabaseOf(core, sent)});
+    // 3 thread records and 230 events: three blocks.
+    const auto walk = testsupport::WalkStream(files.kqs);
+    ASSERT_TRUE(walk.ok) << walk.error;
+    ASSERT_EQ(walk.blocks.size(), 3u);
+    EXPECT_EQ(walk.blocks[2].events.size(), 33u);
+    EXPECT_EQ(files.kqi.size(), 21u + 3 * 13);
+    // Block 1's snapshot holds the three threads of the list and the two
+    // first met in events, with their names and priorities as they stood.
+    EXPECT_EQ(walk.blocks[1].snapshot.size(), 5u);
+  }
+}
+
+TEST(V1Database, BothByteOrdersDifferOnlyInTheFlagAndThePayloads) {
+  const std::vector<RingRecord> records = RingRecords(150);
+  DatabaseFiles files[2];
+  for (int i = 0; i < 2; i++) {
+    std::vector<Sent> unused;
+    TempDir dir;
+    const Corefile core = RingLog(i == 0 ? Endian::kBig : Endian::kLittle, records, &unused);
+    ASSERT_TRUE(core.WriteTo(dir.file("core")));
+    ASSERT_EQ(testsupport::RunProcess(kBinary, {kBinary, dir.file("core"), dir.file("db")}).status, 0);
+    files[i] = testsupport::ReadDatabase(dir.file("db"));
+  }
+  EXPECT_EQ(files[0].kqi, files[1].kqi);
+  ASSERT_EQ(files[0].kqv.size(), 41u);
+  ASSERT_EQ(files[1].kqv.size(), 41u);
+  EXPECT_EQ(files[0].kqv.substr(0, 36) + files[0].kqv.substr(37),
+            files[1].kqv.substr(0, 36) + files[1].kqv.substr(37));
+  EXPECT_EQ(files[0].kqv[36], '\1');
+  EXPECT_EQ(files[1].kqv[36], '\0');
+  ASSERT_EQ(files[0].kqs.size(), files[1].kqs.size());
+  const auto walk = testsupport::WalkStream(files[0].kqs);
+  ASSERT_TRUE(walk.ok) << walk.error;
+  EXPECT_EQ(walk.EventCount(), 3u + 150u);
+  EXPECT_NE(files[0].kqs, files[1].kqs);
+  EXPECT_TRUE(testsupport::MaskPayloads(files[0].kqs, walk) == testsupport::MaskPayloads(files[1].kqs, walk))
+      << "the streams differ outside the payloads";
 }
 
 // ---- Cut and malformed logs ------------------------------------------------------
