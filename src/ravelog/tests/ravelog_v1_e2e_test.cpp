@@ -655,7 +655,7 @@ TEST(V1Malformed, PoolOfSizeZeroIsRefusedWhenTheWalkWouldBegin) {
 
 // ---- Shipped samples ------------------------------------------------------------
 
-TEST(V1Samples, BothByteOrdersListTheSameApartFromContextSwitchBytes) {
+TEST(V1Samples, BothByteOrdersListAndStoreTheSameApartFromTheirBytes) {
   const char *source = getenv("RAVELOG_SOURCE_DIR");
   ASSERT_NE(source, nullptr) << "run through ctest, which sets RAVELOG_SOURCE_DIR";
   const std::string examples = std::string(source) + "/examples/";
@@ -694,6 +694,17 @@ TEST(V1Samples, BothByteOrdersListTheSameApartFromContextSwitchBytes) {
   }
   EXPECT_GT(switches, 0u);
   EXPECT_EQ(sent, 300u);
+
+  // And their databases differ in the byte-order flag and the payloads only.
+  const DatabaseFiles b = testsupport::ReadDatabase(dir.file("b"));
+  const DatabaseFiles l = testsupport::ReadDatabase(dir.file("l"));
+  EXPECT_EQ(b.kqi, l.kqi);
+  ASSERT_EQ(b.kqv.size(), 41u);
+  EXPECT_EQ(b.kqv.substr(0, 36) + b.kqv.substr(37), l.kqv.substr(0, 36) + l.kqv.substr(37));
+  const auto walk = testsupport::WalkStream(b.kqs);
+  ASSERT_TRUE(walk.ok) << walk.error;
+  EXPECT_GE(walk.blocks.size(), 4u);
+  EXPECT_TRUE(testsupport::MaskPayloads(b.kqs, walk) == testsupport::MaskPayloads(l.kqs, walk));
 }
 
 }  // namespace
