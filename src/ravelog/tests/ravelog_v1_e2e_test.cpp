@@ -315,6 +315,7 @@ TEST(V1Tracking, ShortPayloadsRecordOnlyWhatTheyHold) {
   Corefile core = Corefile::V1(Endian::kLittle, 480);
   core.Thread("main", 0x1234, 10);
   const std::string thirty_one = "a_name_of_exactly_thirty_one_ch";
+  // Written at 0x10 + the settled time, so the first is at 0.
   const std::vector<Sent> events = {
       {0, 5, 4, core.Words({0x1234})},                       // status, no priority
       {1, 5, 10, "\x34\x12"},                                 // no thread ID: nothing
@@ -390,7 +391,7 @@ std::string PayloadOf(const Corefile &core, const RingRecord &r) {
 }
 
 // `count` records of every type in rising time order, with times that carry
-// over the low word and payloads of every length from 0 to 243; a fixed
+// over the low word and payloads from 0 to 243 bytes long; a fixed
 // seed, so every run is the same log.
 std::vector<RingRecord> RingRecords(size_t count) {
   const uint32_t threads[] = {0x20001000, 0x20002000, 0x20004000, 0x30000001, 0x30000002};
