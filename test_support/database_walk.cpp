@@ -158,6 +158,16 @@ StreamWalk WalkStream(const std::string &file, bool requireEndAtLastByte, uint32
   }
 }
 
+std::string MaskPayloads(const std::string &file, const StreamWalk &walk) {
+  std::string masked = file;
+  for (const WalkedBlock &block : walk.blocks) {
+    for (const WalkedEvent &event : block.events) {
+      masked.replace(event.payloadPosition, event.payload.size(), event.payload.size(), '*');
+    }
+  }
+  return masked;
+}
+
 IndexWalk WalkIndex(const std::string &file) {
   IndexWalk walk;
   if (file.size() <= kFirst) {

@@ -53,6 +53,11 @@ struct StreamWalk {
 StreamWalk WalkStream(const std::string &file, bool requireEndAtLastByte = true,
                       uint32_t eventsPerBlock = 100);
 
+// `file`, a whole .kqs file that `walk` walked, with every event's payload
+// bytes replaced by '*': what the same log in either byte order should
+// agree on.
+std::string MaskPayloads(const std::string &file, const StreamWalk &walk);
+
 struct IndexEntry {
   uint64_t time = 0;
   uint32_t position = 0;

@@ -3,8 +3,8 @@
 // byte for byte.  The worked 132-byte log is pinned literally; longer logs
 // (blocks, object lists one block late, snapshots in table order, every
 // event type, repeated thread records, threads first met in events) are
-// compared with a small model of the tracker and the layout written here in
-// the test's own terms.  Also: the unknown type that ends a conversion,
+// compared with the tests' own model of the tracker and the layout
+// (database_model.h).  Also: the unknown type that ends a conversion,
 // both byte orders, fatal paths and the files they leave, and the
 // replacement of an old database.
 #include <gtest/gtest.h>
@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "corefile_builder.h"
+#include "database_model.h"
 #include "database_walk.h"
 #include "hex_bytes.h"
 #include "run_process.h"
@@ -24,11 +25,16 @@
 
 using testsupport::Corefile;
 using testsupport::Endian;
+using testsupport::ExpectDatabase;
+using testsupport::GFileHeader;
 using testsupport::HexBytes;
+using testsupport::Model;
 using testsupport::ProcessResult;
 using testsupport::ReadWithSyscalls;
 using testsupport::TempDir;
 using testsupport::ToHex;
+
+using Files = testsupport::DatabaseFiles;
 
 namespace {
 
@@ -39,9 +45,6 @@ ProcessResult Convert(const TempDir &dir, const Corefile &core, const std::strin
   return testsupport::RunProcess(kBinary, {"ravelog", dir.file("core"), dir.file(base)});
 }
 
-struct Files {
-  std::string kqv, kqs, kqi;
-};
 Files Read(const TempDir &dir, const std::string &base = "db") {
   return {ReadWithSyscalls(dir.file(base + ".kqv")), ReadWithSyscalls(dir.file(base + ".kqs")),
           ReadWithSyscalls(dir.file(base + ".kqi"))};
@@ -54,190 +57,6 @@ std::vector<std::string> Entries(const TempDir &dir) {
   std::sort(names.begin(), names.end());
   return names;
 }
-
-// ---- A model of the database a conversion should write -------------------------
-//
-// Big-endian numbers, the three layouts, and ThreadX tracking as the
-// converter's documentation states it.  Table order is modelled as the
-// walk of a table of 29 buckets: by bucket (the id with its outer bytes
-// exchanged, modulo 29), then by order of creation.  That holds while no
-// table grows (fewer than 59 threads) and nothing is deleted.
-
-std::string U(uint64_t value, int bytes) {
-  std::string out;
-  for (int i = bytes - 1; i >= 0; i--) out += static_cast<char>(value >> (8 * i));
-  return out;
-}
-
-std::string GFileHeader(int fileType) {
-  return HexBytes("7F544F56 00000001") + U(static_cast<uint64_t>(fileType), 4) +
-         HexBytes("00000000 04 00 00 00");
-}
-
-class Model {
- public:
-  Model(bool bigEndian, uint32_t hz) : big_(bigEndian) {
-    kqv_ = GFileHeader(6) + HexBytes("03") + U(hz, 4) + U(7, 4) + "threadx" +
-           U(bigEndian ? 1 : 0, 1) + U(100, 4);
-    kqs_ = GFileHeader(4);
-    kqi_ = GFileHeader(5);
-  }
-
-  // The three files as they should stand after the records so far.
-  Files Expected() const { return {kqv_, kqs_ + '\0', kqi_ + '\0'}; }
-
-  void Add(uint64_t time, uint16_t type, uint16_t subtype, const std::string &payload) {
-    if (events_ % 100 == 0) {
-      kqi_ += HexBytes("01") + U(time, 8) + U(kqs_.size(), 4);
-      kqs_ += HexBytes("03") + U(used_.size(), 4);
-      for (uint32_t id : InTableOrder(used_)) kqs_ += U(0, 2) + U(id, 4);
-      kqs_ += HexBytes("02") + U(threads_.size(), 4);
-      for (uint32_t id : InTableOrder(Ids())) kqs_ += U(0, 2) + U(id, 4) + U(76, 4) + Value(Find(id));
-      used_ = Ids();
-    }
-    kqs_ += HexBytes("01") + U(time, 8) + U(payload.size(), 4) + U(type, 2) + U(subtype, 2) + payload;
-    Track(type, subtype, payload);
-    kqs_ += HexBytes("03");
-    events_++;
-  }
-
- private:
-  struct Thread {
-    uint32_t id = 0;
-    uint16_t status = 0;
-    uint32_t priority = 0xFFFFFFFF;
-    bool priorityKnown = false;
-    std::string name = std::string(31, '\0');
-    bool nameKnown = false;
-  };
-
-  static uint32_t Bucket(uint32_t id) {
-    return ((id & 0xFF) << 24 | (id & 0xFFFF00) | id >> 24) % 29;
-  }
-  std::vector<uint32_t> Ids() const {
-    std::vector<uint32_t> ids;
-    for (const Thread &t : threads_) ids.push_back(t.id);
-    return ids;
-  }
-  // ids are in creation order; the walk takes buckets in turn.
-  static std::vector<uint32_t> InTableOrder(std::vector<uint32_t> ids) {
-    std::stable_sort(ids.begin(), ids.end(),
-                     [](uint32_t a, uint32_t b) { return Bucket(a) < Bucket(b); });
-    return ids;
-  }
-  Thread *Find(uint32_t id) {
-    for (Thread &t : threads_)
-      if (t.id == id) return &t;
-    return nullptr;
-  }
-  static std::string Value(const Thread *t) {
-    return U(t->status, 2) + HexBytes("01 00") + U(t->priority, 4) + U(t->priorityKnown, 1) +
-           t->name + U(t->nameKnown, 1) + std::string(35, '\0');
-  }
-  uint32_t Word(const std::string &payload, size_t at) const {
-    uint32_t value = 0;
-    for (int i = 0; i < 4; i++) {
-      const auto byte = static_cast<unsigned char>(payload[at + (big_ ? i : 3 - i)]);
-      value = value << 8 | byte;
-    }
-    return value;
-  }
-
-  void Create(Thread t) {
-    threads_.push_back(t);
-    used_.push_back(t.id);
-    kqs_ += HexBytes("00") + U(0, 2) + U(t.id, 4) + U(76, 2) + Value(&t);
-  }
-  void Mod(Thread *t, uint16_t offset, const std::string &bytes) {
-    kqs_ += HexBytes("01") + U(0, 2) + U(t->id, 4) + U(offset, 2) + U(bytes.size(), 1) + bytes;
-  }
-  void SetStatus(Thread *t, uint16_t status) {
-    t->status = status;
-    Mod(t, 0, U(status, 2));
-  }
-  void UpdateStatus(Thread *t, uint16_t status) {
-    if (t->status != status) SetStatus(t, status);
-  }
-  void UpdatePriority(Thread *t, uint32_t priority) {
-    if (t->priority != priority) {
-      t->priority = priority;
-      Mod(t, 4, U(priority, 4));
-    }
-    if (!t->priorityKnown) {
-      t->priorityKnown = true;
-      Mod(t, 8, HexBytes("01"));
-    }
-  }
-
-  void Track(uint16_t type, uint16_t subtype, const std::string &payload) {
-    if (type == 2 || type == 4 || type == 7) return;
-    const uint32_t id = Word(payload, 0);
-    Thread *t = Find(id);
-    if (type == 1) {
-      if (t == nullptr) {
-        Thread fresh;
-        fresh.id = id;
-        fresh.status = 3;
-        Create(fresh);
-      }
-      for (uint32_t other : InTableOrder(Ids())) {
-        Thread *o = Find(other);
-        if (o->status == 3 && !(t == nullptr && other == id)) SetStatus(o, 0);
-      }
-      if (t != nullptr) SetStatus(t, 3);
-      return;
-    }
-    if (type == 3) {
-      if (t == nullptr) {
-        Thread fresh;
-        fresh.id = id;
-        fresh.status = 3;
-        Create(fresh);
-      } else {
-        UpdateStatus(t, 3);
-      }
-      return;
-    }
-    // Types 5 and 6.
-    uint16_t status = subtype;
-    if (type == 5) status = subtype == 3 ? 11 : subtype == 10 ? 3 : subtype;
-    const uint32_t priority = Word(payload, 4);
-    std::string name;
-    if (type == 6) name = payload.substr(8, 31);
-    if (t == nullptr) {
-      Thread fresh;
-      fresh.id = id;
-      fresh.status = status;
-      fresh.priority = priority;
-      fresh.priorityKnown = true;
-      if (type == 6) {
-        fresh.name = name;
-        fresh.nameKnown = true;
-      }
-      Create(fresh);
-      return;
-    }
-    UpdateStatus(t, status);
-    UpdatePriority(t, priority);
-    if (type != 6) return;
-    const size_t length = std::min<size_t>(name.find('\0'), 31);
-    if (name.compare(0, length, t->name, 0, length) != 0) {
-      const std::string stored = name.substr(0, length) + (length < 31 ? std::string(1, '\0') : "");
-      t->name.replace(0, stored.size(), stored);
-      Mod(t, 9, stored);
-    }
-    if (!t->nameKnown) {
-      t->nameKnown = true;
-      Mod(t, 40, HexBytes("01"));
-    }
-  }
-
-  bool big_;
-  std::string kqv_, kqs_, kqi_;  // the end tags are added by Expected
-  std::vector<Thread> threads_;  // in creation order
-  std::vector<uint32_t> used_;   // in order of entry
-  uint32_t events_ = 0;
-};
 
 // ---- A log and its model together ------------------------------------------------------
 
@@ -329,16 +148,6 @@ std::vector<LogEvent> MixedEvents(size_t count) {
   return events;
 }
 
-void ExpectFiles(const Files &got, const Files &want) {
-  EXPECT_EQ(ToHex(got.kqv), ToHex(want.kqv));
-  EXPECT_EQ(got.kqi.size(), want.kqi.size());
-  EXPECT_TRUE(got.kqi == want.kqi) << "kqi differs";
-  ASSERT_EQ(got.kqs.size(), want.kqs.size());
-  for (size_t i = 0; i < got.kqs.size(); i++) {
-    ASSERT_EQ(got.kqs[i], want.kqs[i]) << ".kqs first differs at byte " << i;
-  }
-}
-
 // ---- The worked log, pinned -----------------------------------------------------------
 
 TEST(DatabaseFiles, TheWorkedLogGivesThesePinnedFiles) {
@@ -380,7 +189,7 @@ TEST(DatabaseFiles, AMixedLogOfThreeBlocksMatchesTheModelInBothByteOrders) {
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.status, 0);
     const Files files = Read(dir);
-    ExpectFiles(files, model.Expected());
+    ExpectDatabase(files, model.Expected());
     // 6 thread records and 260 events: three blocks.
     EXPECT_EQ(files.kqi.size(), 21u + 3 * 13);
     EXPECT_EQ(ToHex(files.kqs.substr(20, 11)), "03 00 00 00 00 02 00 00 00 00 01");
@@ -417,15 +226,9 @@ TEST(DatabaseFiles, BothByteOrdersDifferOnlyInTheFlagAndThePayloads) {
   ASSERT_EQ(files[0].kqs.size(), files[1].kqs.size());
   const auto walk = testsupport::WalkStream(files[0].kqs);
   ASSERT_TRUE(walk.ok) << walk.error;
-  std::string masked[2] = {files[0].kqs, files[1].kqs};
-  size_t payloads = 0;
-  for (const auto &block : walk.blocks) {
-    for (const auto &event : block.events) {
-      for (std::string &m : masked) m.replace(event.payloadPosition, event.payload.size(), event.payload.size(), '*');
-      payloads++;
-    }
-  }
-  EXPECT_EQ(payloads, 6u + 150u);
+  EXPECT_EQ(walk.EventCount(), 6u + 150u);
+  const std::string masked[2] = {testsupport::MaskPayloads(files[0].kqs, walk),
+                                 testsupport::MaskPayloads(files[1].kqs, walk)};
   EXPECT_NE(files[0].kqs, files[1].kqs);
   EXPECT_TRUE(masked[0] == masked[1]) << "the streams differ outside the payloads";
 }
@@ -480,7 +283,7 @@ TEST(DatabaseFiles, ADumpCutInTheThreadListLeavesTheRecordsSoFar) {
   ProcessResult run = testsupport::RunProcess(kBinary, {"ravelog", dir.file("core"), dir.file("db")});
   EXPECT_EQ(run.err, "ravelog: fatal: Error reading buffer from corefile.\n");
   EXPECT_EQ(run.status, 1);
-  ExpectFiles(Read(dir), expected.Expected());
+  ExpectDatabase(Read(dir), expected.Expected());
 }
 
 TEST(DatabaseFiles, ADatabaseThatCannotBeCreatedIsFatal) {
@@ -502,7 +305,7 @@ TEST(DatabaseFiles, AConversionReplacesAnOldDatabaseOfTheSameName) {
   Model small(false, 32768);
   ASSERT_EQ(Convert(dir, BuildLog(Endian::kLittle, kThreads, MixedEvents(12), 16, 0, &small)).status,
             0);
-  ExpectFiles(Read(dir), small.Expected());
+  ExpectDatabase(Read(dir), small.Expected());
 }
 
 TEST(DatabaseFiles, TheOldKqvIsGoneWhenTheNewKqsCannotBeMade) {
