@@ -89,13 +89,20 @@ void GoToEnd(GFile *file) {
   (void)getc(file->fp);
 }
 
+/* Up to this many bytes are passed over by reading them from the stream's
+ * buffer; more by a seek, which costs a system call. */
+constexpr uint32_t kSkipByReading = 4096;
+
 /* Passes over n bytes, or goes to the end of the file when fewer remain. */
 void SkipBytes(GFile *file, uint32_t n) {
   if (n == 0) return;
-  if (FitsInFile(file, n)) {
-    gf_skip_array_1(file, n);
-  } else {
+  if (!FitsInFile(file, n)) {
     GoToEnd(file);
+  } else if (n <= kSkipByReading) {
+    uint8_t scratch[kSkipByReading];
+    gf_get_array_1(file, scratch, n);
+  } else {
+    gf_skip_array_1(file, n);
   }
 }
 
