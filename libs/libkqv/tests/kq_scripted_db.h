@@ -174,6 +174,35 @@ inline Model ModelBefore(const Script &script, size_t count) {
   return model;
 }
 
+// ModelBefore for many counts of one script: a copy of the model every
+// `every` events, replayed from the nearest one.
+class ModelCache {
+ public:
+  explicit ModelCache(const Script &script, size_t every = 64) : script_(script), every_(every) {
+    Model model;
+    for (size_t i = 0; i <= script.size(); i++) {
+      if (i % every == 0) checkpoints_.push_back(model);
+      if (i < script.size()) {
+        for (const Change &c : script[i].changes) Apply(model, c);
+      }
+    }
+  }
+  Model Before(size_t count) const {
+    if (count > script_.size()) count = script_.size();
+    const size_t k = count / every_;
+    Model model = checkpoints_[k];
+    for (size_t i = k * every_; i < count; i++) {
+      for (const Change &c : script_[i].changes) Apply(model, c);
+    }
+    return model;
+  }
+
+ private:
+  const Script &script_;
+  size_t every_;
+  std::vector<Model> checkpoints_;
+};
+
 // Index of the first event whose time is not below t (script.size() if none).
 inline size_t FirstAtOrAfter(const Script &script, uint64_t t) {
   size_t i = 0;
