@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <ostream>
 #include <random>
@@ -74,6 +75,10 @@ inline Change Del(uint16_t type, uint32_t id) { return Change{2, type, id, 0, {}
 // The script of the database being written, and the next event's index.
 inline const Script *g_writing = nullptr;
 inline size_t g_next = 0;
+// Called by the tracker behind each event's changes, with the writing
+// handle, while the event is half written: its bytes are in the stream, its
+// tag not yet patched.
+inline std::function<void(kq_DB *)> g_halfWritten;
 
 // The tracker: records the scripted changes of the event being added.
 inline int RecordScriptedChanges(kq_DB *db, HT_PT current, HT_PT used, kq_Event *) {
@@ -94,6 +99,7 @@ inline int RecordScriptedChanges(kq_DB *db, HT_PT current, HT_PT used, kq_Event 
     }
   }
   g_next++;
+  if (g_halfWritten) g_halfWritten(db);
   return 1;
 }
 
