@@ -148,13 +148,13 @@ extern "C" void kq_GetObjectStuffUsedInTimeRange(kq_DB *db, uint64_t start, uint
   PlaceAll(result, atStart, filter, filterArg);
   kq_DeleteState(atStart);
   if (over) return;
-  gf_seek(stream, static_cast<int32_t>(eventTag));
+  SeekWithin(stream, eventTag);
   if (CollectEvents(stream, end, true, result, filter, filterArg) == WalkEnd::kStreamEnd) return;
 
   /* Blocks firstBlock + 1 .. lastBlock - 1 lie wholly in the range; each is
    * described by the OBJUSED packet of the block behind it. */
   for (uint64_t block = static_cast<uint64_t>(firstBlock) + 2; block <= lastBlock; block++) {
-    SeekToRead(stream, db->timePos[block].position);
+    SeekWithin(stream, db->timePos[block].position);
     const uint32_t tag = gf_get_1(stream);
     if (tag != KQ_TAG_OBJUSED) {
       kq_ReportWarning("[kq_GetObjectStuffUsedInTimeRange]: expected OBJUSED, got (%d)",
@@ -168,7 +168,7 @@ extern "C" void kq_GetObjectStuffUsedInTimeRange(kq_DB *db, uint64_t start, uint
   if (firstBlock == lastBlock) return;
 
   /* The last block is cut by end: its events are walked. */
-  SeekToRead(stream, db->timePos[lastBlock].position);
+  SeekWithin(stream, db->timePos[lastBlock].position);
   CollectEvents(stream, end, false, result, filter, filterArg);
 }
 

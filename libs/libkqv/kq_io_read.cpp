@@ -89,9 +89,20 @@ void GoToEnd(GFile *file) {
   (void)getc(file->fp);
 }
 
-/* Up to this many bytes are passed over by reading them from the stream's
- * buffer; more by a seek, which costs a system call. */
-constexpr uint32_t kSkipByReading = 4096;
+/* Up to this many bytes are passed over by reading them through the
+ * stream's buffer; more by a seek.  A seek costs system calls even within
+ * the buffer, reading costs one only when the buffer runs dry. */
+constexpr uint32_t kSkipByReading = 16384;
+
+/* Reads and drops n bytes. */
+void ReadAndDrop(GFile *file, uint32_t n) {
+  uint8_t scratch[4096];
+  while (n > 0) {
+    const uint32_t chunk = n < sizeof scratch ? n : static_cast<uint32_t>(sizeof scratch);
+    gf_get_array_1(file, scratch, chunk);
+    n -= chunk;
+  }
+}
 
 /* Passes over n bytes, or goes to the end of the file when fewer remain. */
 void SkipBytes(GFile *file, uint32_t n) {
@@ -99,8 +110,7 @@ void SkipBytes(GFile *file, uint32_t n) {
   if (!FitsInFile(file, n)) {
     GoToEnd(file);
   } else if (n <= kSkipByReading) {
-    uint8_t scratch[kSkipByReading];
-    gf_get_array_1(file, scratch, n);
+    ReadAndDrop(file, n);
   } else {
     gf_skip_array_1(file, n);
   }
@@ -190,7 +200,8 @@ void ReadHeaderFields(kq_DB *db) {
  * the file is left out. */
 bool ReadWholeIndex(kq_DB *db) {
   GFile *index = db->indexFile;
-  const int32_t firstTag = gf_tell(index, nullptr);
+  const int32_t firstTag = KQ_FIRST_POSITION;
+  SeekToRead(index, firstTag);  // also lets gf_tell answer without a system call
   uint32_t entries = 0;
   for (;;) {
     db->lastIndexTag = static_cast<uint32_t>(gf_tell(index, nullptr));
@@ -229,6 +240,21 @@ extern "C" void SeekToRead(GFile *file, uint32_t position) {
   knownSize.fp = nullptr;
   if (position > static_cast<uint32_t>(INT32_MAX)) {
     fseek(file->fp, 0, SEEK_END);
+    return;
+  }
+  gf_seek(file, static_cast<int32_t>(position));
+}
+
+extern "C" void SeekWithin(GFile *file, uint32_t position) {
+  if (file == nullptr || file->fp == nullptr) return;
+  if (position > static_cast<uint32_t>(INT32_MAX)) {
+    fseek(file->fp, 0, SEEK_END);
+    return;
+  }
+  const long here = ftell(file->fp);
+  if (here >= 0 && position >= here && position - here <= kSkipByReading &&
+      FitsInFile(file, position - here)) {
+    ReadAndDrop(file, static_cast<uint32_t>(position - here));
     return;
   }
   gf_seek(file, static_cast<int32_t>(position));

@@ -40,6 +40,13 @@ extern "C" {
  * GFile position puts the file at its end. */
 void SeekToRead(GFile *file, uint32_t position);
 
+/* Moves file to `position` within one reading operation, after a
+ * SeekToRead: bytes already buffered are used (within an operation they are
+ * as the file holds them), and a short way forward is read rather than
+ * sought.  A position beyond the largest GFile position puts the file at
+ * its end. */
+void SeekWithin(GFile *file, uint32_t position);
+
 /* 1 when the end of the file was hit by a read since the last seek. */
 int ReadHitEnd(GFile *file);
 

@@ -35,15 +35,15 @@ namespace {
 
 constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;
 
-// Writes script to base in bursts of 1 to 300 events with pauses of up to
-// 300 microseconds, and ends the process: 0 when every event went in.
+// Writes script to base in bursts of 1 to 100 events with pauses of up to
+// 3 milliseconds, and ends the process: 0 when every event went in.
 [[noreturn]] void WriteInBursts(const std::string &base, const Script &script, uint32_t seed) {
   std::mt19937 rng(seed);
   scripted::ScriptWriter writer(base, script);
   bool ok = writer.ok();
   while (ok && writer.added() < script.size()) {
-    ok = writer.Add(1 + rng() % 300);
-    usleep(static_cast<useconds_t>(rng() % 300));
+    ok = writer.Add(1 + rng() % 100);
+    usleep(static_cast<useconds_t>(rng() % 3000));
   }
   writer.Close();
   _exit(ok ? 0 : 1);
