@@ -280,6 +280,32 @@ TEST_F(QueryTest, EqualTimesAcrossABlockBoundaryAreListedFromTheirStart) {
   EXPECT_EQ(at.eventNumber, 91u);
 }
 
+TEST_F(QueryTest, QueriesReadOnlyTheBlocksTheyNeed) {
+  // With every event of blocks 0 to 2 overwritten by garbage, queries of
+  // later times still answer right: they start from the index and a
+  // snapshot, never from the stream's start.
+  Write(scripted::CountingScript(1000, 10, 10));
+  std::string kqs = ReadFileBytes(Base() + ".kqs");
+  for (uint32_t at = kFirstEventTag; at < db_->timePos[3].position; at++) kqs[at] = '\xEE';
+  ASSERT_TRUE(WriteFileBytes(Base() + ".kqs", kqs));
+  Open();
+  uint32_t count = 0;
+  kq_GetStartEventAndNumEvents(db_, nullptr, &count);
+  EXPECT_EQ(count, 1000u);
+  EXPECT_EQ(StateAt(5505), scripted::ModelBefore(script_, 550));
+  Model state;
+  EXPECT_EQ(Range(7000, 8000, &state), Expected(script_, 699, 799));
+  EXPECT_EQ(state, scripted::ModelBefore(script_, 699));
+  EXPECT_EQ(ByNumber(555, 3, &state), Expected(script_, 554, 557));
+  uint32_t *ids = nullptr;
+  uint32_t n = 0;
+  ASSERT_EQ(kq_GetObjectIdsInTimeRange(db_, &ids, &n, 0, 4005, 9005), 1);
+  ASSERT_EQ(n, 900u);  // tasks 1 .. 900: alive at 4005 or created before 9005
+  EXPECT_EQ(ids[0], 1u);
+  EXPECT_EQ(ids[899], 900u);
+  gen_free(ids);
+}
+
 // ---- Damage ---------------------------------------------------------------------------------
 
 TEST_F(QueryTest, AWrongTagWhileRebuildingIsReportedAndEndsTheWalk) {
