@@ -12,6 +12,7 @@
  * up by one for each event read, so the events of a database carry the
  * numbers 1, 2, 3, ... in event lists.
  */
+#include <cstddef>
 #include <cstdio>
 
 #include "indgeninit.h"
@@ -21,6 +22,9 @@
 #include "kq_io_read.h"
 #include "kq_junk.h"
 #include "kq_misc.h"
+
+static_assert(offsetof(kq_EventIter, position) < offsetof(kq_EventIter, eventNumber),
+              "kq_EventIter fields are in the documented order");
 
 namespace {
 
