@@ -9,8 +9,10 @@
 
 namespace testsupport {
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "ravelog-test-XXXXXX").string();
+TempDir::TempDir(const std::string &parent) {
+  const std::filesystem::path base =
+      parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent);
+  std::string pattern = (base / "ravelog-test-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }

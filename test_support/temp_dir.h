@@ -1,5 +1,6 @@
-// A fresh directory under the system's temporary directory for one test,
-// removed with everything in it when the object goes.
+// A fresh directory under the system's temporary directory (or under
+// `parent` when one is given) for one test, removed with everything in it
+// when the object goes.
 #ifndef RAVELOG_TEST_SUPPORT_TEMP_DIR_H
 #define RAVELOG_TEST_SUPPORT_TEMP_DIR_H
 
@@ -9,7 +10,7 @@ namespace testsupport {
 
 class TempDir {
  public:
-  TempDir();
+  explicit TempDir(const std::string &parent = "");
   ~TempDir();
   TempDir(const TempDir &) = delete;
   TempDir &operator=(const TempDir &) = delete;

@@ -179,22 +179,49 @@ void kq_Close(kq_DB *db);
 
 /* ======================================================================
  * Opening a database for reading
+ *
+ * A reading handle keeps the three files open and the time index (one
+ * TimePos per block of eventsPerBlock events) in memory.  Another process
+ * may still be writing the database: a reader sees whole events only, and
+ * brings its view up to date with kq_GetTimeExtent or
+ * kq_GetStartEventAndNumEvents, which read new index entries and walk to the
+ * current end of the stream.  The queries don't refresh the index: they see
+ * it as it was last brought up to date, and walk the stream as far as it
+ * goes.  Every operation reads the files afresh, nothing is cached.
+ *
+ * A database with no events (numTimePos 0) answers every query with no
+ * events and reads nothing of the stream: the extent is [0, 1), the count
+ * 0, the state at any time empty, the iterator {first tag position 20,
+ * event number 0}, every list empty, no object used.
+ *
+ * Damaged files never make a query crash, hang or allocate more than the
+ * files hold: a wrong tag ends a walk (as each operation says), the end of
+ * a file reads as tag 255, and a length that runs past the end of the file
+ * reads as a file cut there.  A reading operation given a null handle, or a
+ * writing one, answers 0, null or nothing.
  * ====================================================================== */
 
 /* Opens `base`.kqv/.kqs/.kqi for reading, also while another process is
- * still writing them, and reads the time index into memory.  Returns null
- * without a message when a file is missing or isn't a GFile, or when .kqi
- * holds a wrong tag at an entry boundary.  Format versions 0 to 3 and
- * above are accepted. */
+ * still writing them, and reads the time index into memory.  Format
+ * versions 0 and 1 of .kqv have no events-per-block field (100 is taken);
+ * versions 2, 3 and above have it; no version is refused, and nothing behind
+ * the GFile headers of .kqv is checked.  Returns the handle (kq_Close), or
+ * null without a message when a name can't be formed, a file is missing or
+ * isn't a GFile, or .kqi holds a tag other than 0 or 1 at an entry boundary
+ * (also the 255 of a .kqi that lost its final 0 tag).  An entry cut by the
+ * end of .kqi is left out. */
 kq_DB *kq_OpenForUse(const char *base);
-/* kq_OpenForUse of fileName less its last four characters (".kqs");
- * fileName must have at least four characters. */
+/* kq_OpenForUse of fileName less its last four characters, whatever they
+ * are; null when fileName is null or shorter than four characters. */
 kq_DB *kq_OpenKqsForUse(const char *fileName);
 
 /* Refreshes the index and walks to the end of the stream.  *start is the
  * time of the first event, *end one tick behind the last event, so
- * [start, end) holds every event.  Returns 1. */
+ * [start, end) holds every event.  When the walk of the last blocks finds
+ * no event (a wrong tag there) *end is *start + 1; an empty database gives
+ * [0, 1).  Either output may be null.  Returns 1. */
 int kq_GetTimeExtent(kq_DB *db, uint64_t *start, uint64_t *end);
+/* Ticks per second from .kqv; 0 for a null handle. */
 uint64_t kq_GetNumTicksPerSecond(kq_DB *db);
 /* The configuration name (lower case when reading); the handle keeps it.
  * Null for a null handle. */
@@ -202,52 +229,84 @@ const char *kq_GetNameOfConfigFile(kq_DB *db);
 /* isBigEndian: 1 when payloads are big-endian, 0 when little-endian. */
 int kq_GetIsBigEndian(kq_DB *db);
 int kq_IsBigEndian(kq_DB *db);
-/* fflush on the streams of .kqs, .kqi and .kqv that exist; null does nothing. */
+/* fflush on the streams of .kqs, .kqi and .kqv that exist, in that order;
+ * null does nothing. */
 void kq_FlushFiles(kq_DB *db);
-/* 1 when the end of the stream has moved since the last kq_GetTimeExtent or
- * kq_GetStartEventAndNumEvents (also right after opening), else 0. */
+/* One byte read: 1 when the stream has grown since the last
+ * kq_GetTimeExtent or kq_GetStartEventAndNumEvents (the 0 tag they stopped
+ * at was patched), else 0.  Right after opening it is 1, also for a finished
+ * database.  An empty database answers 1 once its first event is complete.
+ * A stream damaged at its end (a wrong tag, or a lost final 0 tag, which
+ * reads as 255) keeps answering 1. */
 int kq_MoreEvents(kq_DB *db);
 
 /* ======================================================================
  * Queries by time and by event number
+ *
+ * Event numbers: the events of a database carry the numbers 1, 2, 3, ... in
+ * event lists, counted from the first event of the database.
  * ====================================================================== */
 
-/* The state of all objects just before the first event at or after `time`,
- * and an iterator on that event's tag.  Either output may be null; the
- * caller owns what comes back (kq_DeleteState, kq_DeleteEventIter).
- * Returns 1. */
+/* The state of all objects just before the first event at or after `time`
+ * (that event's own changes not applied), and an iterator on that event's
+ * tag whose eventNumber is that event's number.  With no such event the
+ * state is the final one and the iterator stands on the stream's final 0
+ * tag with eventNumber = the number of events.  Either output may be null
+ * (without state no snapshot is read); the caller owns what comes back
+ * (kq_DeleteState, kq_DeleteEventIter); *state is never null on success.
+ * A wrong packet tag met while rebuilding the state reports
+ * "[kq_GetEventListAndStateFromTimeRange]: Unrecognized .kqs packet type (%d)"
+ * through kq_ReportError and gives the state and iterator as they stand.
+ * Returns 1; 0 for a null or writing handle (outputs null). */
 int kq_GetStateAndIterFromTime(kq_DB *db, uint64_t time, kq_EventIter **iter, kq_State **state);
 
 /* Lists events from *iter on, at most maxEvents (0: no limit), and, with
- * useEndTime set, only those before endTime.  Advances *iter.  Returns a
- * new list of kq_Event (delete with List_Delete). */
+ * useEndTime set, only those before endTime (exclusive).  Packets between
+ * blocks are passed over.  Advances *iter: with maxEvents reached it stands
+ * on the next tag and a further call goes on from there; after the end
+ * time, a 0 tag or a wrong tag (no message) it doesn't serve for going on.
+ * Events cut by the end of the file are not listed.  Returns a new list of
+ * kq_Event (List_Delete frees events, payloads and changes); empty, with
+ * *iter unchanged, for an empty database; null only for a null db. */
 List_PT kq_GetNEventsBeforeTime(kq_DB *db, kq_EventIter **iter, int maxEvents, uint64_t endTime,
                                 uint8_t useEndTime);
 
 /* The events with startTime <= time < endTime, and in *state (when state
- * isn't null) the state at startTime.  Caller owns both. */
+ * isn't null) the state at startTime.  Caller owns both (List_Delete,
+ * kq_DeleteState).  Null list (and state) only for a null db. */
 List_PT kq_GetEventListAndStateFromTimeRange(kq_DB *db, uint64_t startTime, uint64_t endTime,
                                              kq_State **state);
 
-/* Up to maxEvents events from the event numbered eventNumber on, and in
- * *state the state before it.  Caller owns both. */
+/* Up to maxEvents events (0: all) from the event numbered eventNumber on,
+ * and in *state the state before it.  Numbers 0 and 1 both start at the
+ * first event; a number above 0 that divides evenly by eventsPerBlock
+ * starts one event later, at the first event of that block (number + 1),
+ * whose state is that block's snapshot.  A number beyond the index is
+ * reached by walking from the last indexed block; beyond the last event the
+ * list is empty.  Caller owns both.  Null list only for a null db. */
 List_PT kq_GetNEventsAndStateFromEventNum(kq_DB *db, uint32_t eventNumber, int maxEvents,
                                           kq_State **state);
 
-/* Refreshes the index; *start = 0 and *count = the number of events, each
- * when not null.  Returns 1. */
+/* Refreshes the index and counts the events, the newest ones by walking the
+ * stream from the last indexed block: *start = 0 and *count = the number of
+ * events, each when not null; 0 for an empty database.  Returns 1; 0 for a
+ * null or writing handle (outputs 0). */
 int kq_GetStartEventAndNumEvents(kq_DB *db, uint32_t *start, uint32_t *count);
 
+/* Frees an iterator; null is fine. */
 void kq_DeleteEventIter(kq_EventIter *iter);
 
 /* The owner of an event is the Task whose id is the payload's first four
- * bytes.  Stores type 0 and that id when both outputs are non-null and
- * returns 1; with fewer than 4 payload bytes prints
- * "Invalid Extra Data(length %d) for event with type %d.\n" to stderr, stores
- * nothing and returns 0. */
+ * bytes, read in the database's byte order.  Stores type 0 and that id when
+ * both outputs are non-null (otherwise nothing) and returns 1; with fewer
+ * than 4 payload bytes prints
+ * "Invalid Extra Data(length %d) for event with type %d.\n" to stderr,
+ * stores nothing and returns 0.  A null event returns 0. */
 int kq_GetOwnerOfEvent(kq_DB *db, const kq_Event *event, uint16_t *ownerType, uint32_t *ownerId);
 
-/* Prints every object of state to stdout, one line each, in table order. */
+/* Prints every object of state to stdout, in table order, one line each:
+ * "t: %lu id: %lu state: 0x[" with type and id, the value bytes by "%0x"
+ * separated by ",", then "]\n".  Null does nothing. */
 void kq_DumpState(kq_State *state);
 
 /* ======================================================================
@@ -257,24 +316,35 @@ void kq_DumpState(kq_State *state);
 /* Filter of objects: nonzero keeps the object. */
 typedef int (*kq_StateFilter)(kq_StateObject *object, void *filterArg);
 
-/* Puts into `result` every object that exists at `start` or is created by
- * an event in [start, end), except those the filter (may be null) refuses.
- * Blocks wholly inside the range are taken from their object lists. */
+/* Puts into `result` (a table of kq_StateObject keys made by the caller,
+ * whose functions decide what counts as one entry) every object that exists
+ * at `start` or is created by a New in an event of [start, end), except
+ * those the filter (may be null) refuses.  Blocks lying wholly inside the
+ * range are taken from their object lists, which hold every object alive at
+ * the block's start and every object created in it.  Each entry is a copy;
+ * only the keys mean anything.  A block whose index position doesn't lead
+ * to an object list ends the collection with the warning
+ * "[kq_GetObjectStuffUsedInTimeRange]: expected OBJUSED, got (%d)"
+ * (kq_ReportWarning); the result keeps what it had.  An empty database
+ * places nothing. */
 void kq_GetObjectStuffUsedInTimeRange(kq_DB *db, uint64_t start, uint64_t end, HT_PT result,
                                       kq_StateFilter filter, void *filterArg);
 
-/* The object types used in [start, end), sorted, in a new array (gen_free)
- * with *count entries; null when there are none.  Returns 1. */
+/* The object types used in [start, end), each once, rising, in a new array
+ * (gen_free) with *count entries; null and 0 when there are none.  Returns
+ * 1; 0 for null outputs or a null or writing handle (outputs null and 0). */
 int kq_GetObjectTypesInTimeRange(kq_DB *db, uint16_t **types, uint32_t *count, uint64_t start,
                                  uint64_t end);
 
-/* The ids of objects of `type` used in [start, end), sorted, in a new array
- * (gen_free) with *count entries; null when there are none.  Returns 1. */
+/* The ids of objects of `type` used in [start, end), rising, in a new array
+ * (gen_free) with *count entries; null and 0 when there are none.  Returns
+ * 1; 0 for null outputs or a null or writing handle (outputs null and 0). */
 int kq_GetObjectIdsInTimeRange(kq_DB *db, uint32_t **ids, uint32_t *count, uint16_t type,
                                uint64_t start, uint64_t end);
 
-/* A new copy (gen_free) of the value of object (type, id) of state and its
- * length; returns 1, or 0 leaving the outputs alone when there is none. */
+/* A new copy (gen_free; null for an empty value) of the value of object
+ * (type, id) of state in *bytes and its length in *length, each when not
+ * null; returns 1, or 0 leaving the outputs alone when there is none. */
 int kq_GetStateOfObject(kq_State *state, uint16_t type, uint32_t id, uint8_t **bytes,
                         uint32_t *length);
 
