@@ -216,10 +216,12 @@ kq_DB *kq_OpenForUse(const char *base);
 kq_DB *kq_OpenKqsForUse(const char *fileName);
 
 /* Refreshes the index and walks to the end of the stream.  *start is the
- * time of the first event, *end one tick behind the last event, so
- * [start, end) holds every event.  When the walk of the last blocks finds
- * no event (a wrong tag there) *end is *start + 1; an empty database gives
- * [0, 1).  Either output may be null.  Returns 1. */
+ * time of the first event as the index stood before this refresh, *end one
+ * tick behind the last event, so [start, end) holds every event.  When the
+ * walk of the last blocks finds no event (a wrong tag there) *end is
+ * *start + 1.  A database that had no events at the last refresh gives
+ * *start 0 (its index is empty); one with no events at all gives [0, 1).
+ * Either output may be null.  Returns 1. */
 int kq_GetTimeExtent(kq_DB *db, uint64_t *start, uint64_t *end);
 /* Ticks per second from .kqv; 0 for a null handle. */
 uint64_t kq_GetNumTicksPerSecond(kq_DB *db);

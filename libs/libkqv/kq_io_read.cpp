@@ -552,9 +552,10 @@ extern "C" uint32_t SearchBlockForTime(const kq_DB *db, uint64_t t) {
 
 extern "C" int kq_GetTimeExtent(kq_DB *db, uint64_t *start, uint64_t *end) {
   if (!IsReadHandle(db)) return 0;
-  UpdateKqi(db);
-  /* With an empty index the spare zeroed entry gives 0. */
+  /* Read before the refresh, which may move the array.  With an empty
+   * index the spare zeroed entry gives 0. */
   const uint64_t first = db->timePos[0].time;
+  UpdateKqi(db);
   uint64_t last = 0;
   if (CountLastSetOfEventsAndGetTimeOfLastEvent(db, &last) == 0) last = first;
   if (start != nullptr) *start = first;

@@ -359,8 +359,11 @@ TEST_F(ReadTest, AnEmptyDatabaseHasNoEventsUntilItsFirstOne) {
 
   ASSERT_TRUE(writer.Add(1));
   EXPECT_EQ(kq_MoreEvents(db_), 1);
-  EXPECT_EQ(Extent(), std::make_pair(uint64_t{70}, uint64_t{71}));
+  // The start comes from the index as it stood before the refresh, which
+  // was empty; the next refresh has the first event's time.
+  EXPECT_EQ(Extent(), std::make_pair(uint64_t{0}, uint64_t{71}));
   EXPECT_EQ(db_->numTimePos, 1u);
+  EXPECT_EQ(Extent(), std::make_pair(uint64_t{70}, uint64_t{71}));
   EXPECT_EQ(Count(), 1u);
   EXPECT_EQ(kq_MoreEvents(db_), 0);
 }
