@@ -437,4 +437,25 @@ TEST_F(Vorhaven, AVersionThreeReaderGetsSecondNameSeparatorNameFromTheTrackedSta
   }
 }
 
+TEST_F(Vorhaven, TheReadSideFindsTheTrackedStateInTheFiles) {
+  for (bool big : {true, false}) {
+    Open(big);
+    AddSampleHistory(db_, big);
+    kq_Close(db_);
+    db_ = nullptr;
+    kq_DB *reader = kq_OpenForUse(dir_.file("db").c_str());
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->formatVersion, 3u);
+    uint64_t start = 0, end = 0;
+    kq_GetTimeExtent(reader, &start, &end);
+    kq_State *state = nullptr;
+    kq_GetStateAndIterFromTime(reader, end, nullptr, &state);
+    ASSERT_NE(state, nullptr);
+    ExpectSampleFinalState(reader, state);
+    kq_DeleteState(state);
+    kq_Close(reader);
+    Open(big);
+  }
+}
+
 }  // namespace
