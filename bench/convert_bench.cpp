@@ -5,6 +5,12 @@
 // resident memory (ru_maxrss) and its CPU time (user + system), which on a
 // shared machine says more than the wall time.
 //
+// Right after each conversion the same number of bytes as the database
+// holds is written into the same directory with 1 MiB write(2) calls, the
+// way dd does it, and timed: seq_s is that time, seq_MB/s its rate, and
+// ratio the conversion's wall time over it.  That ratio is the figure to
+// quote on a noisy machine, since both halves see the same disk and load.
+//
 // The dumps come from a small simulation of a ThreadX system: a running
 // thread makes service calls, interrupts come and end, user events and
 // timer ticks pass, threads suspend and resume with status changes, and
@@ -18,6 +24,10 @@
 // directory); the largest runs need about 1.5 GB there.  With BENCH_KEEP
 // set, the dumps (dump_<events>_<threads>) and the last database (db.*)
 // stay there, for profiling or for comparing two writers on the same dumps.
+// BENCH_RAVELOG names another ravelog binary to time (an older build, for
+// before-and-after tables).  GFILE_WRITE_STDIO=1 in the environment makes
+// the converter write through plain stdio (see indgfile.h), which the child
+// inherits.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -25,6 +35,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -171,22 +183,35 @@ bool WriteDump(const std::string &path, uint64_t events, uint32_t threads) {
 struct Run {
   bool ok = false;
   long maxRssKb = 0;
-  double cpuSeconds = 0;  // user + system time of the child
+  double cpuSeconds = 0;   // user + system time of the child
+  double wallSeconds = 0;  // from fork to the child's end
 };
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+std::string Binary() {
+  const char *chosen = getenv("BENCH_RAVELOG");
+  return chosen != nullptr && *chosen != 0 ? chosen : RAVELOG_BINARY;
+}
 
 Run Convert(const std::string &core, const std::string &base) {
   Run run;
+  const std::string binary = Binary();
+  const auto start = std::chrono::steady_clock::now();
   const pid_t child = fork();
   if (child < 0) return run;
   if (child == 0) {
     const int null = open("/dev/null", O_WRONLY);
     if (null >= 0) dup2(null, STDOUT_FILENO);
-    execl(RAVELOG_BINARY, "ravelog", core.c_str(), base.c_str(), static_cast<char *>(nullptr));
+    execl(binary.c_str(), "ravelog", core.c_str(), base.c_str(), static_cast<char *>(nullptr));
     _exit(127);
   }
   int status = 0;
   rusage usage{};
   if (wait4(child, &status, 0, &usage) != child) return run;
+  run.wallSeconds = SecondsSince(start);
   run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   run.maxRssKb = usage.ru_maxrss;
   run.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
@@ -201,6 +226,31 @@ uint64_t DatabaseBytes(const std::string &base) {
     if (stat((base + suffix).c_str(), &info) == 0) total += static_cast<uint64_t>(info.st_size);
   }
   return total;
+}
+
+// The sequential-write limit: `bytes` bytes written into a new file at
+// `path` with 1 MiB write(2) calls, then closed and removed.  Returns the
+// seconds from the open to the close, or a negative number on failure.
+double SequentialWrite(const std::string &path, uint64_t bytes) {
+  constexpr size_t kBlock = 1 << 20;
+  static const std::vector<unsigned char> block = [] {
+    std::vector<unsigned char> b(kBlock);
+    for (size_t i = 0; i < b.size(); i++) b[i] = static_cast<unsigned char>(i * 131 + 7);
+    return b;
+  }();
+  const auto start = std::chrono::steady_clock::now();
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (fd < 0) return -1;
+  bool ok = true;
+  for (uint64_t done = 0; ok && done < bytes;) {
+    const size_t n = static_cast<size_t>(std::min<uint64_t>(kBlock, bytes - done));
+    ok = write(fd, block.data(), n) == static_cast<ssize_t>(n);
+    done += n;
+  }
+  ok = close(fd) == 0 && ok;
+  const double seconds = SecondsSince(start);
+  unlink(path.c_str());
+  return ok ? seconds : -1;
 }
 
 std::string WorkDirectory() {
@@ -225,6 +275,8 @@ void BM_ConvertVersion2Dump(benchmark::State &state) {
   Run run;
   uint64_t outputBytes = 0;
   double cpuSeconds = 0;
+  double wallSeconds = 0;
+  double seqSeconds = 0;
   for (auto _ : state) {
     run = Convert(core, base);
     if (!run.ok) {
@@ -233,7 +285,14 @@ void BM_ConvertVersion2Dump(benchmark::State &state) {
     }
     state.PauseTiming();
     cpuSeconds += run.cpuSeconds;
+    wallSeconds += run.wallSeconds;
     outputBytes = DatabaseBytes(base);
+    const double seq = SequentialWrite(dir + "/sequential", outputBytes);
+    if (seq < 0) {
+      state.SkipWithError("can't write the sequential file");
+      break;
+    }
+    seqSeconds += seq;
     state.ResumeTiming();
   }
   const double iterations = static_cast<double>(state.iterations());
@@ -246,6 +305,11 @@ void BM_ConvertVersion2Dump(benchmark::State &state) {
   // On a shared machine the child's own CPU time is the steadier measure.
   state.counters["cpu_s"] = cpuSeconds / iterations;
   state.counters["events/cpu_s"] = cpuSeconds > 0 ? records * iterations / cpuSeconds : 0;
+  // The sequential-write limit for the same bytes, and how far off it we are.
+  state.counters["seq_s"] = seqSeconds / iterations;
+  state.counters["seq_MB/s"] =
+      seqSeconds > 0 ? static_cast<double>(outputBytes) * iterations / 1e6 / seqSeconds : 0;
+  state.counters["ratio"] = seqSeconds > 0 ? wallSeconds / seqSeconds : 0;
   if (getenv("BENCH_KEEP") != nullptr) return;
   std::filesystem::remove(core);
   for (const char *suffix : {".kqv", ".kqs", ".kqi"}) std::filesystem::remove(base + suffix);
