@@ -14,6 +14,7 @@
 
 #include "indgen_string.h"
 #include "indgeninit.h"
+#include "indgfile_stream.h"
 #include "indview.h"
 
 /* ---- Layout checks ------------------------------------------------------ */
@@ -34,7 +35,8 @@ static_assert(GF_FIELD_BEFORE(fp, name) && GF_FIELD_BEFORE(name, version) &&
                   GF_FIELD_BEFORE(file_memory_mapping_error, owns_fp) &&
                   GF_FIELD_BEFORE(owns_fp, owns_mapping) &&
                   GF_FIELD_BEFORE(owns_mapping, got_error) && GF_FIELD_BEFORE(got_error, writing) &&
-                  GF_FIELD_BEFORE(writing, owns_record) && GF_FIELD_BEFORE(owns_record, hd_storage),
+                  GF_FIELD_BEFORE(writing, owns_record) && GF_FIELD_BEFORE(owns_record, hd_storage) &&
+                  GF_FIELD_BEFORE(hd_storage, write_map),
               "GFile fields are in the documented order");
 #undef GF_FIELD_BEFORE
 #define GF_FIELD_SIZE(field) sizeof(static_cast<GFile *>(nullptr)->field)
@@ -215,6 +217,8 @@ extern "C" GFile *gf_open_for_write(GFile *gf, FILE *stream, const char *name, u
 extern "C" int gf_close(GFile *gf) {
   errno = 0;
   if (gf == nullptr) return 1;
+  /* A mapped file is cut to its length before its stream closes. */
+  if (!gfile_stream::EndMapping(gf)) gf_set_got_error(gf, 1);
   if (gf->owns_fp) {
     if (gf->fp != nullptr && fclose(gf->fp) != 0) gf_set_got_error(gf, 1);
     gf->owns_fp = 0;
@@ -233,7 +237,9 @@ extern "C" int gf_close(GFile *gf) {
 
 extern "C" int32_t gf_tell(GFile *gf, int32_t *pos) {
   long here = -1;
-  if (gf != nullptr && gf->fp != nullptr) {
+  if (gf != nullptr && gfile_stream::IsMapped(gf)) {
+    here = static_cast<long>(gfile_stream::TellMapped(gf));
+  } else if (gf != nullptr && gf->fp != nullptr) {
     here = ftell(gf->fp);
   } else {
     errno = EBADF;
@@ -254,7 +260,14 @@ extern "C" int gf_seek(GFile *gf, int32_t pos) {
   if (gf != nullptr && gf->fp != nullptr) {
     const int32_t offset =
         static_cast<int32_t>(static_cast<uint32_t>(pos) + static_cast<uint32_t>(gf->base));
-    result = fseek(gf->fp, offset, SEEK_SET);
+    if (gfile_stream::IsMapped(gf)) {
+      result = gfile_stream::SeekMapped(gf, offset);
+    } else {
+      result = fseek(gf->fp, offset, SEEK_SET);
+      /* All written bytes are in the file now: a large one may move to a
+       * mapping here (indgfile.h, "Writing through a mapping"). */
+      if (result == 0) gfile_stream::MaybeEnterMapping(gf, offset);
+    }
   } else {
     errno = EBADF;
   }

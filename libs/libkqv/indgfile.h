@@ -177,6 +177,38 @@
  * (it answers from the four flags and, while open, the stream's indicator;
  * not from got_error), or gf_is_eof after reading.
  *
+ * ---- Writing through a mapping -----------------------------------------------
+ *
+ * A file that GFile opened for write itself (no stream handed in) starts on
+ * the plain stream.  At the first gf_seek that stands at or beyond 64 KiB
+ * (the threshold; small files gain nothing) it moves to a shared memory
+ * mapping of the file: from then on values are stored straight into the
+ * mapping, and gf_tell and gf_seek move a cursor in memory, with no system
+ * call.  Positions, results, messages, the error state and the bytes of the
+ * file are those of the plain stream.  What differs while the file is open:
+ *   - The file grows ahead of the bytes written, in steps of 1 to 64 MiB,
+ *     and reads as zeros behind them.  gf_close cuts it to its length (the
+ *     highest position any write reached), and so does exit() for a file
+ *     still open, in the process that opened it.  A process killed outright
+ *     leaves the zeros behind; a reader that stops at a 0 byte sees exactly
+ *     what was written.
+ *   - A store is in the file for every other process (read(2), mmap) the
+ *     moment it is made, since the mapping is the page cache.  The flush
+ *     that a seek means on the plain stream becomes a release fence: every
+ *     byte written before a gf_seek is visible to other processes no later
+ *     than any byte written after it.  So a back-patch (write, seek back,
+ *     patch, seek forward) keeps its order on any processor.
+ *   - Reading from it first moves it back to the plain stream, where the
+ *     read fails as it always did on a file opened for write.
+ * When the mapping can't be made or grown (a file system without shared
+ * writable mappings, no space for the next step, a write beyond 2 GiB), the
+ * file goes back to the plain stream where it stands, and failures show in
+ * the stream's error indicator as before.
+ *
+ * GFILE_WRITE_STDIO, a switch for tests and diagnosis, read once: set to
+ * anything but "" or "0" it keeps every file on the plain stream.  That is
+ * the unoptimised writer, whose files the mapped one matches byte for byte.
+ *
  * Ownership: a caller may hand in a record of its own (it is cleared) or
  * null (one is allocated and gf_close frees it).  A stream handed in stays
  * the caller's and is never closed here; a stream GFile opened is closed by
@@ -229,6 +261,10 @@ struct _GFile {
   uint8_t writing;                    /* 1 when opened for write */
   uint8_t owns_record;                /* 1: the open allocated the record */
   uint8_t hd_storage;                 /* argument (write) or header byte 18 (read) */
+  /* Internal to GFile (indgfile_stream.h), behind the documented fields:
+   * the shared mapping that a large file opened for write takes its bytes
+   * through; null while they go through fp. */
+  struct gf_write_mapping *write_map;
 };
 
 /* ---- Opening and closing --------------------------------------------- */
@@ -516,6 +552,16 @@ void gf_put_sc(GFile *gf, int32_t value, int32_t expected);
 GFile *gf_init_and_open(GFile *gf, FILE *stream, const char *name, int for_write,
                         uint32_t file_type, uint32_t packed, int32_t adr_mode, uint8_t descriptors,
                         uint8_t hd_storage);
+
+/* The size from which a file opened for write moves to a mapping (see
+ * "Writing through a mapping"): 65536 by default, 0xFFFFFFFF under
+ * GFILE_WRITE_STDIO.  0 maps every such file from its first gf_seek on;
+ * 0xFFFFFFFF never maps.  For tests; affects later seeks of every file. */
+uint32_t gf_get_write_mapping_threshold(void);
+void gf_set_write_mapping_threshold(uint32_t bytes);
+
+/* 1 while gf's bytes go through a mapping, else 0 (also for null). */
+int gf_is_write_mapped(const GFile *gf);
 
 #ifdef __cplusplus
 }

@@ -13,8 +13,13 @@ using gfile_stream::PutByte;
 
 namespace {
 
-/* Writes the low `bytes` bytes of value, most significant first. */
+/* Writes the low `bytes` bytes of value, most significant first: in one go
+ * into a mapping, else byte by byte into the stream. */
 void PutBigEndian(GFile *gf, uint64_t value, int bytes) {
+  if (unsigned char *at = gfile_stream::ReserveBytes(gf, static_cast<size_t>(bytes))) {
+    for (int i = 0; i < bytes; i++) at[i] = static_cast<unsigned char>(value >> (8 * (bytes - 1 - i)));
+    return;
+  }
   for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
     PutByte(gf, static_cast<uint32_t>(value >> shift));
   }
