@@ -392,6 +392,39 @@ extern "C" int HTIter_GetValue(HTIter_PT iter, void **key, void **object) {
   return 1;
 }
 
+/* ---- Walks without an iterator -------------------------------------------- */
+
+extern "C" int HT_ForEach(HT_PT ht, VisitFunc_PT visit, void *context) {
+  if (IsBadTable(ht) || visit == nullptr) {
+    fprintf(stderr, "HT_ForEach() called with NULL or invalid HT_PT or VisitFunc_PT\n");
+    return 0;
+  }
+  for (uint32_t b = 0; b < ht->numBuckets; b++) {
+    for (Link *link = ht->buckets[b]; link != nullptr; link = link->next) {
+      if (visit(link->key, link->object, context) == 0) return 0;
+    }
+  }
+  return 1;
+}
+
+extern "C" int HT_GetWalkPosition(HT_PT ht, const void *key, uint32_t *bucket, uint32_t *depth) {
+  if (IsBadTable(ht)) {
+    fprintf(stderr, "HT_GetWalkPosition() called with NULL or invalid HT_PT\n");
+    return 0;
+  }
+  const uint32_t hash = ht->hashFuncP(key);
+  const uint32_t b = hash % ht->numBuckets;
+  uint32_t d = 0;
+  for (Link *link = ht->buckets[b]; link != nullptr; link = link->next, d++) {
+    if (link->hash == hash && ht->compareFuncP(link->key, key) == 0) {
+      if (bucket != nullptr) *bucket = b;
+      if (depth != nullptr) *depth = d;
+      return 1;
+    }
+  }
+  return 0;
+}
+
 /* ---- String callbacks ----------------------------------------------------- */
 
 extern "C" uint32_t HT_StringHashFunc(const void *key) {

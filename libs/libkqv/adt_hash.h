@@ -139,6 +139,26 @@ int HTIter_GetValue(HTIter_PT iter, void **key, void **object);
 /* The number of live allocated iterators; -1 for a bad table. */
 int HT_GetNumIters(HT_PT ht);
 
+/* ---- Walks without an iterator ------------------------------------------ */
+
+/* Called with each item's key and object (borrowed) and the walk's
+ * context; nonzero goes on, 0 stops the walk after this item. */
+typedef int (*VisitFunc_PT)(void *key, void *object, void *context);
+
+/* Calls visit on every item in walk order, allocating nothing, for walks
+ * that run often.  visit may change what keys and objects point at (never
+ * a key's hash or equality) but must not insert or remove items.  Returns
+ * 1 when every item was visited, 0 when visit stopped the walk; 0 also,
+ * with a message, for a bad table or a null visit. */
+int HT_ForEach(HT_PT ht, VisitFunc_PT visit, void *context);
+
+/* Where the item whose key equals key stands in walk order: its bucket in
+ * *bucket and its place in that bucket's chain (0 for the head) in *depth.
+ * Items compare in walk order by (bucket, depth).  Returns 1, or 0 when
+ * the key is absent (outputs untouched); 0 with a message for a bad table.
+ * The position holds until the next insertion or removal. */
+int HT_GetWalkPosition(HT_PT ht, const void *key, uint32_t *bucket, uint32_t *depth);
+
 /* ---- Callbacks for keys that are NUL-terminated strings ----------------- */
 
 /* 0 for null; else, for each byte as unsigned, rotate left by 7 and

@@ -19,6 +19,7 @@
  */
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "indgen.h"
 #include "indgeninit.h"
@@ -39,6 +40,11 @@ namespace {
 constexpr uint32_t kNotPacked = 0;
 constexpr int32_t kAddressMode = GADR_MODE_32BIT;
 constexpr const char *kTemporaryStem = "tmp";
+/* An event packet's fields behind its tag: U8 time, U4 length, U2 type, U2
+ * subtype; and the payloads (of events and of New records) that go out in
+ * the same write as their fields. */
+constexpr size_t kEventFields = 8 + 4 + 2 + 2;
+constexpr size_t kShortPayload = 96;
 constexpr const char *kTemporarySuffix = "tmp";
 
 GFile *OpenForWrite(const char *name, uint32_t fileType) {
@@ -126,23 +132,79 @@ void PutHeaderFields(GFile *gf, uint32_t ticksPerSecond, const char *configName,
   gf_put_4(gf, KQ_EVENTS_PER_BLOCK);
 }
 
+/* ---- Packets ---------------------------------------------------------------- */
+
+/* The bytes of a packet, or of part of one, gathered in memory and handed
+ * to GFile in one block write: the same bytes as field by field (every
+ * number big-endian), for one call instead of one per field.  Fixed
+ * capacity on the stack; Block grows, for the block openings. */
+template <size_t kCapacity>
+class Fields {
+ public:
+  void U1(uint32_t value) { bytes_[size_++] = static_cast<unsigned char>(value); }
+  void U2(uint32_t value) { Put(value, 2); }
+  void U4(uint32_t value) { Put(value, 4); }
+  void U8(uint64_t value) { Put(value, 8); }
+  void Bytes(const void *from, size_t n) {
+    if (n != 0) memcpy(bytes_ + size_, from, n);
+    size_ += n;
+  }
+  size_t Room() const { return kCapacity - size_; }
+  void WriteTo(GFile *gf) const { gf_put_array_1(gf, bytes_, static_cast<uint32_t>(size_)); }
+
+ private:
+  void Put(uint64_t value, int width) {
+    for (int i = width - 1; i >= 0; i--) bytes_[size_++] = static_cast<unsigned char>(value >> (8 * i));
+  }
+  unsigned char bytes_[kCapacity];
+  size_t size_ = 0;
+};
+
+/* A growing buffer for the two opening packets of a block, kept between
+ * blocks so that it is allocated once (to the size of the largest
+ * snapshot).  One thread, as the whole writer. */
+class Block {
+ public:
+  void Clear() { bytes_.clear(); }
+  void U1(uint32_t value) { bytes_.push_back(static_cast<unsigned char>(value)); }
+  void U2(uint32_t value) { Put(value, 2); }
+  void U4(uint32_t value) { Put(value, 4); }
+  void Bytes(const void *from, size_t n) {
+    const auto *p = static_cast<const unsigned char *>(from);
+    bytes_.insert(bytes_.end(), p, p + n);
+  }
+  void WriteTo(GFile *gf) const {
+    gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(bytes_.size()));
+  }
+
+ private:
+  void Put(uint32_t value, int width) {
+    for (int i = width - 1; i >= 0; i--) bytes_.push_back(static_cast<unsigned char>(value >> (8 * i)));
+  }
+  std::vector<unsigned char> bytes_;
+};
+
+Block &OpeningBuffer() {
+  static Block block;
+  return block;
+}
+
 /* ---- Block openings ---------------------------------------------------------- */
 
-/* Walks table and calls put(object) for each object in table order.  False
- * when the iterator gives no object ("something is wrong 1" then goes to
- * standard output); the walk stops there. */
+/* Calls put(object) for each object of table in table order.  False when
+ * the table gives no object for an item ("something is wrong 1" then goes
+ * to standard output); the walk stops there. */
 template <typename Put>
 bool ForEachObject(HT_PT table, Put put) {
-  for (HTIter_PT it = HT_Begin(table); it != HT_End(table); HTIter_Inc(&it)) {
-    void *key = nullptr;
-    if (it == nullptr || !HTIter_GetValue(it, &key, nullptr) || key == nullptr) {
-      if (it != nullptr) HTIter_Delete(it);
+  auto visit = [](void *key, void *, void *context) {
+    if (key == nullptr) {
       fputs("something is wrong 1\n", stdout);
-      return false;
+      return 0;
     }
-    put(*static_cast<const kq_StateObject *>(key));
-  }
-  return true;
+    (*static_cast<Put *>(context))(*static_cast<const kq_StateObject *>(key));
+    return 1;
+  };
+  return HT_ForEach(table, visit, &put) != 0;
 }
 
 uint32_t CountOf(HT_PT table) {
@@ -151,37 +213,40 @@ uint32_t CountOf(HT_PT table) {
 }
 
 /* The body of an OBJUSED packet; its tag is the stream's old 0 tag. */
-bool PutObjUsedBody(GFile *gf, HT_PT used) {
-  gf_put_4(gf, CountOf(used));
-  return ForEachObject(used, [gf](const kq_StateObject &object) {
-    gf_put_2(gf, object.type);
-    gf_put_4(gf, object.id);
+bool PutObjUsedBody(Block &block, HT_PT used) {
+  block.U4(CountOf(used));
+  return ForEachObject(used, [&block](const kq_StateObject &object) {
+    block.U2(object.type);
+    block.U4(object.id);
   });
 }
 
 /* A whole state save packet, its tag included. */
-bool PutStateSave(GFile *gf, HT_PT current) {
-  gf_put_1(gf, KQ_TAG_STATE_SAVE);
-  gf_put_4(gf, CountOf(current));
-  return ForEachObject(current, [gf](const kq_StateObject &object) {
-    gf_put_2(gf, object.type);
-    gf_put_4(gf, object.id);
-    gf_put_4(gf, object.length);
-    gf_put_array_1(gf, object.value, object.length);
+bool PutStateSave(Block &block, HT_PT current) {
+  block.U1(KQ_TAG_STATE_SAVE);
+  block.U4(CountOf(current));
+  return ForEachObject(current, [&block](const kq_StateObject &object) {
+    block.U2(object.type);
+    block.U4(object.id);
+    block.U4(object.length);
+    block.Bytes(object.value, object.length);
   });
 }
 
 /* Step 4 of adding: what stands between the stream's old 0 tag and the new
  * event's fields when the event opens a block, and the used table of the
- * new block, which starts as every object alive now. */
+ * new block, which starts as every object alive now.  Nothing reaches the
+ * stream when a walk fails. */
 bool PutBlockOpening(kq_DB *db) {
-  GFile *stream = db->streamFile;
   HT_PT current = db->currentState->table;
-  if (!PutObjUsedBody(stream, db->usedState->table)) return false;
-  if (!PutStateSave(stream, current)) return false;
+  Block &block = OpeningBuffer();
+  block.Clear();
+  if (!PutObjUsedBody(block, db->usedState->table)) return false;
+  if (!PutStateSave(block, current)) return false;
+  block.U1(KQ_TAG_EVENT);  // written at once, never patched: rule (2)
+  block.WriteTo(db->streamFile);
   HT_Delete(db->usedState->table);
   db->usedState->table = HT_Clone(current);
-  gf_put_1(stream, KQ_TAG_EVENT);  // written at once, never patched: rule (2)
   return true;
 }
 
@@ -189,9 +254,11 @@ bool PutBlockOpening(kq_DB *db) {
  * time and whose OBJUSED tag stands at blockPosition in .kqs. */
 void AddIndexEntry(GFile *index, uint64_t time, int32_t blockPosition) {
   const int32_t indexTag = gf_tell(index, nullptr) - 1;
-  gf_put_8(index, time);
-  gf_put_4(index, static_cast<uint32_t>(blockPosition));
-  gf_put_1(index, KQ_INDEX_TAG_END);  // rule (1): the entry and its new end first
+  Fields<KQ_INDEX_ENTRY_SIZE> entry;
+  entry.U8(time);
+  entry.U4(static_cast<uint32_t>(blockPosition));
+  entry.U1(KQ_INDEX_TAG_END);  // rule (1): the entry and its new end first
+  entry.WriteTo(index);
   PatchTag(index, indexTag, KQ_INDEX_TAG_ENTRY);  // rule (2)
 }
 
@@ -278,11 +345,19 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
   event.data = static_cast<uint8_t *>(const_cast<void *>(bytes));
   event.changes = nullptr;
 
-  gf_put_8(stream, event.time);
-  gf_put_4(stream, event.length);
-  gf_put_2(stream, event.type);
-  gf_put_2(stream, event.subtype);
-  gf_put_array_1(stream, bytes, length);
+  /* Step 7: the fields and, when it is short, the payload in one write. */
+  Fields<kEventFields + kShortPayload> fields;
+  fields.U8(event.time);
+  fields.U4(event.length);
+  fields.U2(event.type);
+  fields.U2(event.subtype);
+  if (length <= fields.Room()) {
+    fields.Bytes(bytes, length);
+    fields.WriteTo(stream);
+  } else {
+    fields.WriteTo(stream);
+    gf_put_array_1(stream, bytes, length);
+  }
 
   /* The tracker appends its change records here, in the order of its calls. */
   if (db->saveStateChange != nullptr &&
@@ -290,8 +365,10 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
     return 0;
   }
 
-  gf_put_1(stream, KQ_CHANGE_END);
-  gf_put_1(stream, KQ_TAG_END);     // rule (1): the record and its new end first
+  Fields<2> end;
+  end.U1(KQ_CHANGE_END);
+  end.U1(KQ_TAG_END);  // rule (1): the record and its new end first
+  end.WriteTo(stream);
   PatchTag(stream, tagPosition, tag);  // rule (2)
 
   if (blockStart) AddIndexEntry(db->indexFile, event.time, tagPosition);  // rule (3)
@@ -304,30 +381,38 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
 extern "C" void PutStateChangeNew(kq_DB *db, uint16_t type, uint32_t id, uint16_t length,
                                   const void *value) {
   if (!CanWrite(db)) return;
-  GFile *stream = db->streamFile;
-  gf_put_1(stream, KQ_CHANGE_NEW);
-  gf_put_2(stream, type);
-  gf_put_4(stream, id);
-  gf_put_2(stream, length);
-  gf_put_array_1(stream, value, length);
+  Fields<1 + 2 + 4 + 2 + kShortPayload> record;
+  record.U1(KQ_CHANGE_NEW);
+  record.U2(type);
+  record.U4(id);
+  record.U2(length);
+  if (length <= record.Room()) {
+    record.Bytes(value, length);
+    record.WriteTo(db->streamFile);
+  } else {
+    record.WriteTo(db->streamFile);
+    gf_put_array_1(db->streamFile, value, length);
+  }
 }
 
 extern "C" void PutStateChangeMod(kq_DB *db, uint16_t type, uint32_t id, uint16_t offset,
                                   uint8_t count, const void *bytes) {
   if (!CanWrite(db)) return;
-  GFile *stream = db->streamFile;
-  gf_put_1(stream, KQ_CHANGE_MOD);
-  gf_put_2(stream, type);
-  gf_put_4(stream, id);
-  gf_put_2(stream, offset);
-  gf_put_1(stream, count);
-  gf_put_array_1(stream, bytes, count);
+  Fields<1 + 2 + 4 + 2 + 1 + 255> record;  // a Mod carries at most 255 bytes
+  record.U1(KQ_CHANGE_MOD);
+  record.U2(type);
+  record.U4(id);
+  record.U2(offset);
+  record.U1(count);
+  record.Bytes(bytes, count);
+  record.WriteTo(db->streamFile);
 }
 
 extern "C" void PutStateChangeDel(kq_DB *db, uint16_t type, uint32_t id) {
   if (!CanWrite(db)) return;
-  GFile *stream = db->streamFile;
-  gf_put_1(stream, KQ_CHANGE_DEL);
-  gf_put_2(stream, type);
-  gf_put_4(stream, id);
+  Fields<1 + 2 + 4> record;
+  record.U1(KQ_CHANGE_DEL);
+  record.U2(type);
+  record.U4(id);
+  record.WriteTo(db->streamFile);
 }

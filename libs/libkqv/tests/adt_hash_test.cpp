@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -256,6 +257,57 @@ TEST(HashTableOrder, InsertionDuringAWalkIsSeenOnlyAheadOfTheIterator) {
   }
   EXPECT_EQ(seen, (std::vector<int>{10, 39, 20}));
   EXPECT_EQ(HT_GetNumIters(t.ht()), 0);
+}
+
+// Walks without an iterator take the iterator's order through growth and
+// removals, stop where the visitor says, and name each item's place.
+TEST(HashTableOrder, ForEachAndWalkPositionsFollowTheIteratorsOrder) {
+  Table t;
+  t.InsertAll(HashRange(1, 54));
+  t.InsertAll({177, 0, 59, 1711, 118, 236});  // grows, reversing some
+  t.Remove(20);
+  std::vector<int> visited;
+  auto collect = [](void *key, void *, void *context) {
+    static_cast<std::vector<int> *>(context)->push_back(static_cast<Key *>(key)->id);
+    return 1;
+  };
+  EXPECT_EQ(HT_ForEach(t.ht(), collect, &visited), 1);
+  const std::vector<int> walked = WalkIds(t.ht());
+  EXPECT_EQ(visited, walked);
+  EXPECT_EQ(HT_GetNumIters(t.ht()), 0);
+
+  // Positions sort into the same order: (bucket, depth) ascending.
+  std::vector<std::pair<std::pair<uint32_t, uint32_t>, int>> places;
+  for (int id : walked) {
+    Key probe{static_cast<uint32_t>(id), id};
+    uint32_t bucket = 0, depth = 0;
+    ASSERT_EQ(HT_GetWalkPosition(t.ht(), &probe, &bucket, &depth), 1) << id;
+    places.push_back({{bucket, depth}, id});
+  }
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+  EXPECT_EQ(places[0].first, (std::pair<uint32_t, uint32_t>{0, 0}));  // 177 heads bucket 0
+  EXPECT_EQ(places[1].first, (std::pair<uint32_t, uint32_t>{0, 1}));
+  Key absent{20, 20};
+  uint32_t untouched = 77;
+  EXPECT_EQ(HT_GetWalkPosition(t.ht(), &absent, &untouched, &untouched), 0);
+  EXPECT_EQ(untouched, 77u);
+
+  visited.clear();
+  auto stopAtThird = [](void *key, void *, void *context) {
+    auto *ids = static_cast<std::vector<int> *>(context);
+    ids->push_back(static_cast<Key *>(key)->id);
+    return ids->size() < 3 ? 1 : 0;
+  };
+  EXPECT_EQ(HT_ForEach(t.ht(), stopAtThird, &visited), 0);
+  EXPECT_EQ(visited, std::vector<int>(walked.begin(), walked.begin() + 3));
+
+  auto out = RunCapturing([&] {
+    EXPECT_EQ(HT_ForEach(nullptr, collect, &visited), 0);
+    EXPECT_EQ(HT_GetWalkPosition(nullptr, &absent, nullptr, nullptr), 0);
+  });
+  EXPECT_EQ(out.err,
+            "HT_ForEach() called with NULL or invalid HT_PT or VisitFunc_PT\n"
+            "HT_GetWalkPosition() called with NULL or invalid HT_PT\n");
 }
 
 // ---- Items -----------------------------------------------------------------
