@@ -24,10 +24,23 @@
  *
  * Task layout and numbers: kq_misc.h.  Values are big-endian whatever the
  * host or target.
+ *
+ * The sweep of a context switch sends every thread at status 3 to 0, in
+ * the table's walk order.  Walking all threads for it cost a good part of
+ * a conversion with many threads, while only one or a few run at a time;
+ * so the tracker keeps the ids of the running threads of the database it
+ * tracks (RunningThreads below) and sweeps those, put in walk order by
+ * their place in the table.  The set is exact because between two events
+ * of a database only its tracker changes its current table (the library's
+ * contract for trackers), and it is trusted only for the next event of the
+ * same database and table: any other call forgets it, and the sweep then
+ * walks every thread and learns the set anew.
  */
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <tuple>
+#include <vector>
 
 #include "kq_error.h"
 #include "kq_junk.h"
@@ -78,6 +91,68 @@ struct Payload {
   }
 };
 
+/* ---- Running threads ------------------------------------------------------ */
+
+/* The ids of the Tasks at status 3 in one table, known or not.  One for the
+ * process, since the tracker is: it belongs to the (database, table) it was
+ * last used with, and it is known only while calls come as the consecutive
+ * events of that database. */
+class RunningThreads {
+ public:
+  /* At the start of each call: keeps the set only for the next event of
+   * the same database and its own current table. */
+  void Begin(kq_DB *db, HT_PT current) {
+    const bool sameDatabase = db != nullptr && db == db_ && current == table_ &&
+                              db->currentState != nullptr &&
+                              current == db->currentState->table && db->numEvents == nextEvent_;
+    if (!sameDatabase) Forget();
+    db_ = db;
+    table_ = current;
+  }
+  /* After a successful call: the next event of the database may trust it. */
+  void End(kq_DB *db) {
+    if (db != nullptr) nextEvent_ = db->numEvents + 1;
+  }
+  void Forget() {
+    known_ = false;
+    ids_.clear();
+  }
+  /* After a sweep that walked every thread: the set is now `ids`, unless
+   * there is no database to tie it to. */
+  void Learn(std::vector<uint32_t> ids) {
+    known_ = db_ != nullptr;
+    ids_ = std::move(ids);
+  }
+  bool known() const { return known_; }
+  const std::vector<uint32_t> &ids() const { return ids_; }
+
+  /* The tracker gave thread id the status `status`. */
+  void Note(uint32_t id, uint16_t status) {
+    if (!known_) return;
+    const auto at = std::find(ids_.begin(), ids_.end(), id);
+    if (status == kRunning && at == ids_.end()) ids_.push_back(id);
+    if (status != kRunning && at != ids_.end()) ids_.erase(at);
+  }
+
+ private:
+  kq_DB *db_ = nullptr;
+  HT_PT table_ = nullptr;
+  uint32_t nextEvent_ = 0;
+  bool known_ = false;
+  std::vector<uint32_t> ids_;
+};
+
+RunningThreads runningThreads;
+
+/* kq_KeepTaskID that tells the running set about a thread it creates. */
+int KeepTask(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, const char *name, uint16_t status,
+             const uint8_t *priority, kq_StateObject **found) {
+  const int created = kq_KeepTaskID(id, db, current, used, name != nullptr ? 1 : 0, name, 1, status,
+                                    priority != nullptr ? 1 : 0, priority, 0, nullptr, found);
+  if (created) runningThreads.Note(id, status);
+  return created;
+}
+
 /* One tracked event: the database, its current table and the thread. */
 class Tracker {
  public:
@@ -86,6 +161,9 @@ class Tracker {
   /* Stores count bytes at offset of this thread's value. */
   void Store(uint16_t offset, uint8_t count, const void *bytes) const {
     kq_SaveStateChangeMod(db_, current_, KQ_TYPE_TASK, id_, offset, count, bytes);
+    if (offset == KQ_TASK_STATUS && count >= 2) {
+      runningThreads.Note(id_, static_cast<uint16_t>(kq_ConvertToHostOrder2(1, bytes)));
+    }
   }
 
   /* Status to `status` unless it is so already; then statusKnown. */
@@ -137,29 +215,74 @@ const uint8_t *TaskValue(kq_StateObject *found) {
   return kq_GetStateObjectValue(found);
 }
 
+/* Whether object is a Task at status 3. */
+bool IsRunningTask(const kq_StateObject *object) {
+  return object->type == KQ_TYPE_TASK && object->length >= 2 &&
+         kq_ConvertToHostOrder2(1, object->value) == kRunning;
+}
+
+/* The sweep by the running set: the threads in it, but `spared` when
+ * spareIt holds, in walk order.  False, with nothing stored, when a thread
+ * of the set isn't a running Task of the table (the set is then stale). */
+bool SweepKnown(kq_DB *db, HT_PT current, bool spareIt, uint32_t spared) {
+  std::vector<std::tuple<uint32_t, uint32_t, uint32_t>> order;  // bucket, depth, id
+  for (uint32_t id : runningThreads.ids()) {
+    if (spareIt && id == spared) continue;
+    kq_StateObject key{KQ_TYPE_TASK, id, 0, nullptr};
+    void *stored = nullptr;
+    uint32_t bucket = 0, depth = 0;
+    if (!HT_FindItem(current, &key, &stored, nullptr) ||
+        !IsRunningTask(static_cast<kq_StateObject *>(stored)) ||
+        !HT_GetWalkPosition(current, &key, &bucket, &depth)) {
+      return false;
+    }
+    order.emplace_back(bucket, depth, id);
+  }
+  std::sort(order.begin(), order.end());
+  const uint16_t ready = kq_ConvertToBigEndian2(kReady);
+  for (const auto &place : order) {
+    const uint32_t id = std::get<2>(place);
+    kq_SaveStateChangeMod(db, current, KQ_TYPE_TASK, id, KQ_TASK_STATUS, sizeof ready, &ready);
+    runningThreads.Note(id, kReady);
+  }
+  return true;
+}
+
+/* The sweep by a walk of every object, which also learns the running set:
+ * afterwards only `spared` (when spareIt holds) runs. */
+void SweepAll(kq_DB *db, HT_PT current, bool spareIt, uint32_t spared) {
+  struct Walk {
+    kq_DB *db;
+    HT_PT current;
+    bool spareIt;
+    uint32_t spared;
+  } walk{db, current, spareIt, spared};
+  HT_ForEach(
+      current,
+      [](void *key, void *, void *context) {
+        const auto &w = *static_cast<Walk *>(context);
+        const auto *object = static_cast<const kq_StateObject *>(key);
+        if (object == nullptr) return 0;
+        if (!IsRunningTask(object) || (w.spareIt && object->id == w.spared)) return 1;
+        const uint16_t ready = kq_ConvertToBigEndian2(kReady);
+        kq_SaveStateChangeMod(w.db, w.current, KQ_TYPE_TASK, object->id, KQ_TASK_STATUS,
+                              sizeof ready, &ready);
+        return 1;
+      },
+      &walk);
+  runningThreads.Learn(spareIt ? std::vector<uint32_t>{spared} : std::vector<uint32_t>{});
+}
+
 /* Every thread at status 3 goes to status 0, except `spared` when
  * spareIt holds.  Table order fixes the order of the records. */
 void SweepRunning(kq_DB *db, HT_PT current, bool spareIt, uint32_t spared) {
-  const uint16_t ready = kq_ConvertToBigEndian2(kReady);
-  for (HTIter_PT it = HT_Begin(current); it != HT_End(current); HTIter_Inc(&it)) {
-    void *key = nullptr;
-    if (!HTIter_GetValue(it, &key, nullptr) || key == nullptr) {
-      HTIter_Delete(it);
-      return;
-    }
-    auto *object = static_cast<kq_StateObject *>(key);
-    if (object->type != KQ_TYPE_TASK || object->length < sizeof ready) continue;
-    const uint32_t id = kq_GetStateObjectId(object);
-    if (spareIt && id == spared) continue;
-    if (kq_ConvertToHostOrder2(1, kq_GetStateObjectValue(object)) != kRunning) continue;
-    kq_SaveStateChangeMod(db, current, KQ_TYPE_TASK, id, KQ_TASK_STATUS, sizeof ready, &ready);
-  }
+  if (runningThreads.known() && SweepKnown(db, current, spareIt, spared)) return;
+  SweepAll(db, current, spareIt, spared);
 }
 
 int ContextSwitch(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
   kq_StateObject *found = nullptr;
-  const bool created =
-      kq_KeepTaskID(id, db, current, used, 0, nullptr, 1, kRunning, 0, nullptr, 0, nullptr, &found) != 0;
+  const bool created = KeepTask(id, db, current, used, nullptr, kRunning, nullptr, &found) != 0;
   SweepRunning(db, current, created, id);
   if (created) return 1;
   const Tracker thread(db, current, id);
@@ -171,9 +294,7 @@ int ContextSwitch(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
 
 int ServiceCall(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
   kq_StateObject *found = nullptr;
-  if (kq_KeepTaskID(id, db, current, used, 0, nullptr, 1, kRunning, 0, nullptr, 0, nullptr, &found)) {
-    return 1;
-  }
+  if (KeepTask(id, db, current, used, nullptr, kRunning, nullptr, &found)) return 1;
   Tracker(db, current, id).UpdateStatus(TaskValue(found), kRunning);
   return 1;
 }
@@ -183,12 +304,7 @@ int ServiceCall(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
 int StatusAndPriority(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_t status,
                       const uint8_t *priority, const char *name) {
   kq_StateObject *found = nullptr;
-  const uint8_t priorityGiven = priority != nullptr ? 1 : 0;
-  const uint8_t nameGiven = name != nullptr ? 1 : 0;
-  if (kq_KeepTaskID(id, db, current, used, nameGiven, name, 1, status, priorityGiven, priority, 0,
-                    nullptr, &found)) {
-    return 1;
-  }
+  if (KeepTask(id, db, current, used, name, status, priority, &found)) return 1;
   const uint8_t *value = TaskValue(found);
   const Tracker thread(db, current, id);
   thread.UpdateStatus(value, status);
@@ -197,9 +313,8 @@ int StatusAndPriority(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_
   return 1;
 }
 
-}  // namespace
-
-extern "C" int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
+/* The callback's work for one event; see ThreadX_SaveStateChange. */
+int TrackEvent(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
   const Payload payload{event->data, event->length};
   switch (event->type) {
     case kInterrupt:
@@ -235,4 +350,13 @@ extern "C" int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_
       return StatusAndPriority(db, current, used, id, event->subtype, priority, name);
     }
   }
+}
+
+}  // namespace
+
+extern "C" int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
+  runningThreads.Begin(db, current);
+  const int handled = TrackEvent(db, current, used, event);
+  if (handled) runningThreads.End(db);
+  return handled;
 }
