@@ -30,11 +30,13 @@
  * a conversion with many threads, while only one or a few run at a time;
  * so the tracker keeps the ids of the running threads of the database it
  * tracks (RunningThreads below) and sweeps those, put in walk order by
- * their place in the table.  The set is exact because between two events
- * of a database only its tracker changes its current table (the library's
- * contract for trackers), and it is trusted only for the next event of the
- * same database and table: any other call forgets it, and the sweep then
- * walks every thread and learns the set anew.
+ * their place in the table.  The set is exact because only the tracker
+ * changes a database's current table while it is written (the library's
+ * contract for trackers), and it notes every status it gives.  It is kept
+ * only from one call to the next for the same database and table: any
+ * other call forgets it, and the sweep then walks every thread and learns
+ * the set anew.  Each id is checked against the table before a sweep
+ * trusts the set.
  */
 #include <algorithm>
 #include <cassert>
@@ -94,24 +96,20 @@ struct Payload {
 /* ---- Running threads ------------------------------------------------------ */
 
 /* The ids of the Tasks at status 3 in one table, known or not.  One for the
- * process, since the tracker is: it belongs to the (database, table) it was
- * last used with, and it is known only while calls come as the consecutive
- * events of that database. */
+ * process, since the tracker is: it belongs to the database and table it
+ * was last used with.  A set kept for a table that a new database got at
+ * the address of an old one holds ids that the new table hasn't or that
+ * don't run there, and the sweep's check of each id finds them. */
 class RunningThreads {
  public:
-  /* At the start of each call: keeps the set only for the next event of
-   * the same database and its own current table. */
+  /* At the start of each call: keeps the set only for the same database
+   * and its own current table. */
   void Begin(kq_DB *db, HT_PT current) {
-    const bool sameDatabase = db != nullptr && db == db_ && current == table_ &&
-                              db->currentState != nullptr &&
-                              current == db->currentState->table && db->numEvents == nextEvent_;
-    if (!sameDatabase) Forget();
+    const bool same = db != nullptr && db == db_ && current == table_ &&
+                      db->currentState != nullptr && current == db->currentState->table;
+    if (!same) Forget();
     db_ = db;
     table_ = current;
-  }
-  /* After a successful call: the next event of the database may trust it. */
-  void End(kq_DB *db) {
-    if (db != nullptr) nextEvent_ = db->numEvents + 1;
   }
   void Forget() {
     known_ = false;
@@ -137,7 +135,6 @@ class RunningThreads {
  private:
   kq_DB *db_ = nullptr;
   HT_PT table_ = nullptr;
-  uint32_t nextEvent_ = 0;
   bool known_ = false;
   std::vector<uint32_t> ids_;
 };
@@ -356,7 +353,5 @@ int TrackEvent(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
 
 extern "C" int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
   runningThreads.Begin(db, current);
-  const int handled = TrackEvent(db, current, used, event);
-  if (handled) runningThreads.End(db);
-  return handled;
+  return TrackEvent(db, current, used, event);
 }

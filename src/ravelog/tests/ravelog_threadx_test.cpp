@@ -13,6 +13,8 @@
 #include "database_walk.h"
 #include "gen_capture.h"
 #include "hex_bytes.h"
+#include "indgeninit.h"
+#include "kq_junk.h"
 #include "kq_misc.h"
 #include "ravelog.h"
 #include "temp_dir.h"
@@ -146,6 +148,116 @@ TEST_F(ThreadX, AThreadFirstMetInASwitchIsCreatedRunningAndTheOthersGoReady) {
   EXPECT_EQ(Changes(1, 0, Word(0xC)),
             Join({NewTask(0xC, TaskValue("0003", "", "")), Mod(0xB, 0, "0000"), Mod(0xA, 0, "0000")}));
   EXPECT_EQ(Value(0xC), TaskValue("0003", "", ""));
+}
+
+// The ids of the running threads of db's current table, in walk order:
+// what a sweep must send to 0, in the order it must.
+std::vector<uint32_t> RunningInWalkOrder(kq_DB *db) {
+  std::vector<uint32_t> ids;
+  HT_PT table = db->currentState->table;
+  for (HTIter_PT it = HT_Begin(table); it != HT_End(table); HTIter_Inc(&it)) {
+    void *key = nullptr;
+    HTIter_GetValue(it, &key, nullptr);
+    const auto *object = static_cast<const kq_StateObject *>(key);
+    if (object->value[0] == 0 && object->value[1] == 3) ids.push_back(object->id);
+  }
+  return ids;
+}
+
+TEST_F(ThreadX, TheSweepFollowsTheWalkOrderAsTheTableGrows) {
+  Open();
+  // Rounds of threads, running sets and switches; the table grows from 29
+  // buckets to 59 and 127 on the way, which reorders its walk.
+  uint32_t threads = 0;
+  for (int round = 0; round < 6; round++) {
+    for (int k = 0; k < 25; k++, threads++) Add(6, 10, Record(0x100 + threads * 0x1C0, 1, "t"));
+    for (uint32_t k = round; k < threads; k += 7 + round) Add(3, 1, Word(0x100 + k * 0x1C0));
+    Add(5, 10, Word(0x100 + (threads / 2) * 0x1C0) + Word(1));  // running by status
+    const uint32_t target = 0x100 + (round * 11 % threads) * 0x1C0;
+    const std::vector<uint32_t> sweep = RunningInWalkOrder(db_);
+    ASSERT_GE(sweep.size(), 3u) << round;
+    std::string expected;
+    for (uint32_t id : sweep) expected += (expected.empty() ? "" : " ") + Mod(id, 0, "0000");
+    expected += " " + Mod(target, 0, "0003");
+    EXPECT_EQ(Changes(1, 0, Word(target)), expected) << "round " << round;
+    EXPECT_EQ(RunningInWalkOrder(db_), std::vector<uint32_t>{target});
+    // A second switch finds exactly the one running thread.
+    const uint32_t next = 0x100 + ((round * 11 + 3) % threads) * 0x1C0;
+    EXPECT_EQ(Changes(1, 0, Word(next)), Join({Mod(target, 0, "0000"), Mod(next, 0, "0003")}));
+  }
+  EXPECT_EQ(db_->currentState->table->numBuckets, 127u);  // 29, 59, 127
+}
+
+TEST_F(ThreadX, RunningThreadsOfOneDatabaseAreNotThoseOfAnother) {
+  Open();
+  TempDir otherDir;
+  kq_DB *other = kq_OpenForCreation(otherDir.file("db").c_str(), 1000, "ThreadX", 1,
+                                    ThreadX_SaveStateChange);
+  ASSERT_NE(other, nullptr);
+  auto addTo = [&](kq_DB *db, uint16_t type, uint16_t subtype, const std::string &payload) {
+    return kq_AddEventFromRawBytes(db, 0, time_++, static_cast<uint32_t>(type) << 16 | subtype,
+                                   payload.data(), static_cast<uint32_t>(payload.size()));
+  };
+  // The same threads in both, running in the first only.
+  for (kq_DB *db : {db_, other}) {
+    ASSERT_EQ(addTo(db, 6, 0, Record(0xA, 1, "a")), 1);
+    ASSERT_EQ(addTo(db, 6, 0, Record(0xB, 1, "b")), 1);
+  }
+  ASSERT_EQ(addTo(db_, 1, 0, Word(0xA)), 1);
+  ASSERT_EQ(addTo(other, 1, 0, Word(0xB)), 1);  // A stays ready here
+  ASSERT_EQ(addTo(db_, 3, 0, Word(0xB)), 1);    // two run in the first
+  ASSERT_EQ(addTo(other, 1, 0, Word(0xA)), 1);
+  const auto walk = testsupport::WalkStream(testsupport::ReadWithSyscalls(otherDir.file("db.kqs")));
+  ASSERT_TRUE(walk.ok) << walk.error;
+  EXPECT_EQ(ToHex(walk.blocks.back().events.back().changes),
+            Join({Mod(0xB, 0, "0000"), Mod(0xA, 0, "0003")}));
+  EXPECT_EQ(Changes(1, 0, Word(0xC)),
+            Join({NewTask(0xC, TaskValue("0003", "", "")), Mod(0xB, 0, "0000"), Mod(0xA, 0, "0000")}));
+  kq_Close(other);
+
+  // A database opened after one was closed starts with nothing known, even
+  // where it reuses the closed one's memory.
+  kq_Close(db_);
+  db_ = nullptr;
+  for (int i = 0; i < 3; i++) {
+    Open();
+    Add(3, 0, Word(0xD));  // created running
+    EXPECT_EQ(Changes(1, 0, Word(0xE)),
+              Join({NewTask(0xE, TaskValue("0003", "", "")), Mod(0xD, 0, "0000")}));
+    kq_Close(db_);
+    db_ = nullptr;
+  }
+}
+
+TEST_F(ThreadX, CalledOnItsOwnWithTablesChangedBetweenCallsItSweepsWhatIsThere) {
+  kq_State *current = kq_NewState();
+  kq_State *used = kq_NewState();
+  uint8_t *value = kq_GetSpaceForTask(kq_ConvertToBigEndian2(3));
+  kq_SaveStateChangeNew(nullptr, current->table, used->table, 0, 0x51, 76, value);
+  gen_free(value);
+  const std::string word("\x52\0\0\0", 4);  // without a database: little-endian
+  kq_Event event{};
+  event.type = 1;
+  event.data = reinterpret_cast<uint8_t *>(const_cast<char *>(word.data()));
+  event.length = 4;
+  ASSERT_EQ(ThreadX_SaveStateChange(nullptr, current->table, used->table, &event), 1);
+  auto status = [&](uint32_t id) {
+    kq_StateObject key{0, id, 0, nullptr};
+    void *stored = nullptr;
+    if (!HT_FindItem(current->table, &key, &stored, nullptr)) return -1;
+    return static_cast<int>(kq_ConvertToHostOrder2(1, static_cast<kq_StateObject *>(stored)->value));
+  };
+  EXPECT_EQ(status(0x51), 0);
+  EXPECT_EQ(status(0x52), 3);
+  // Running again by a change the tracker didn't make: the next switch
+  // still finds it.
+  const uint16_t running = kq_ConvertToBigEndian2(3);
+  kq_SaveStateChangeMod(nullptr, current->table, 0, 0x51, 0, 2, &running);
+  ASSERT_EQ(ThreadX_SaveStateChange(nullptr, current->table, used->table, &event), 1);
+  EXPECT_EQ(status(0x51), 0);
+  EXPECT_EQ(status(0x52), 3);
+  kq_DeleteState(current);
+  kq_DeleteState(used);
 }
 
 // ---- Service calls and status changes --------------------------------------------------
