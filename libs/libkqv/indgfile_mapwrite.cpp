@@ -64,14 +64,20 @@ constexpr const char *kPlainSwitch = "GFILE_WRITE_STDIO";
 
 /* All offsets that a 32-bit position can name: [0, 2^31). */
 constexpr uint64_t kReservation = uint64_t{1} << 31;
-/* The file grows by its own length, at least 1 MiB and at most 64 MiB. */
-constexpr uint64_t kMinGrowth = uint64_t{1} << 20;
+/* The unit of the mapping's work: the size of a huge page on x86-64 and
+ * ARM64.  The mapping starts at an address aligned to it, so that the
+ * kernel can map the file's large folios whole (one entry for 2 MiB
+ * instead of 512, which made writing a GiB four times faster on the
+ * benchmark machine); faulting in and letting go go by whole units. */
+constexpr uint64_t kUnit = uint64_t{2} << 20;
+/* The file grows by its own length, at least one unit and at most 64 MiB. */
+constexpr uint64_t kMinGrowth = kUnit;
 constexpr uint64_t kMaxGrowth = uint64_t{64} << 20;
-/* Pages are faulted in this far ahead of a write, in one system call. */
-constexpr uint64_t kPopulateAhead = uint64_t{2} << 20;
+/* Pages are faulted in up to this far ahead of a write, in one system call. */
+constexpr uint64_t kPopulateAhead = kUnit;
 /* Pages this far behind the cursor are let go of, this many at a time. */
-constexpr uint64_t kKeepBehind = uint64_t{2} << 20;
-constexpr uint64_t kReleaseBatch = uint64_t{4} << 20;
+constexpr uint64_t kKeepBehind = kUnit;
+constexpr uint64_t kReleaseBatch = 2 * kUnit;
 
 uint32_t &Threshold() {
   static uint32_t threshold = [] {
@@ -89,13 +95,6 @@ gf_write_mapping refused{};
 
 bool populateWorks = true; /* MADV_POPULATE_WRITE known to the kernel */
 
-uint64_t PageSize() {
-  static const uint64_t size = [] {
-    const long s = sysconf(_SC_PAGESIZE);
-    return s > 0 ? static_cast<uint64_t>(s) : uint64_t{4096};
-  }();
-  return size;
-}
 uint64_t RoundDown(uint64_t value, uint64_t unit) { return value / unit * unit; }
 uint64_t RoundUp(uint64_t value, uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
@@ -165,6 +164,31 @@ int ReopenReadWrite(FILE *fp) {
 #endif
 }
 
+/* Maps the first `length` bytes of fd shared, for reading and writing, at
+ * an address aligned to kUnit, and asks for huge pages there (a hint: the
+ * mapping works without).  MAP_FAILED when it can't be mapped. */
+void *MapAligned(int fd, uint64_t length) {
+  const size_t span = static_cast<size_t>(length + kUnit);
+  void *area = mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (area == MAP_FAILED) return MAP_FAILED;
+  const auto base = reinterpret_cast<uintptr_t>(area);
+  const uintptr_t aligned = (base + kUnit - 1) & ~static_cast<uintptr_t>(kUnit - 1);
+  void *start = mmap(reinterpret_cast<void *>(aligned), static_cast<size_t>(length),
+                     PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0);
+  if (start == MAP_FAILED) {
+    munmap(area, span);
+    return MAP_FAILED;
+  }
+  /* The parts of the reserved area around the mapping. */
+  if (aligned > base) munmap(area, aligned - base);
+  const uintptr_t end = aligned + static_cast<uintptr_t>(length);
+  if (base + span > end) munmap(reinterpret_cast<void *>(end), base + span - end);
+#ifdef MADV_HUGEPAGE
+  madvise(start, static_cast<size_t>(length), MADV_HUGEPAGE);
+#endif
+  return start;
+}
+
 /* Unmaps, cuts the file to its length and closes the descriptor.  False,
  * with errno from the first failure, when the cut or the close failed. */
 bool Release(gf_write_mapping *m) {
@@ -206,9 +230,8 @@ bool Grow(gf_write_mapping *m, uint64_t end) {
  * page; then lets go of the pages far behind `at`.  Failures cost only
  * speed: a page not faulted in is faulted on its first store. */
 void Populate(gf_write_mapping *m, uint64_t at, uint64_t end) {
-  const uint64_t page = PageSize();
-  const uint64_t from = std::max(m->populated, RoundDown(at, page));
-  const uint64_t to = std::min(RoundUp(end + kPopulateAhead, page), m->file_size);
+  const uint64_t from = std::max(m->populated, RoundDown(at, kUnit));
+  const uint64_t to = std::min(RoundUp(end + kPopulateAhead, kUnit), m->file_size);
 #ifdef MADV_POPULATE_WRITE
   if (populateWorks && to > from &&
       madvise(m->start + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE) != 0 &&
@@ -218,7 +241,7 @@ void Populate(gf_write_mapping *m, uint64_t at, uint64_t end) {
 #endif
   m->populated = std::max(m->populated, std::max(to, end));
 
-  const uint64_t keep = RoundDown(at, page);
+  const uint64_t keep = RoundDown(at, kUnit);
   if (keep > kKeepBehind && keep - kKeepBehind >= m->released + kReleaseBatch) {
     const uint64_t upTo = keep - kKeepBehind;
     madvise(m->start + m->released, static_cast<size_t>(upTo - m->released), MADV_DONTNEED);
@@ -272,7 +295,7 @@ void MaybeEnterMapping(GFile *gf, int64_t offset) {
     close(fd);
     return;
   }
-  void *start = mmap(nullptr, kReservation, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  void *start = MapAligned(fd, kReservation);
   if (start == MAP_FAILED) {
     close(fd);
     return;
