@@ -229,6 +229,103 @@ extern "C" HT_PT HT_Clone(HT_PT ht) {
   return clone;
 }
 
+extern "C" HT_PT HT_CloneInto(HT_PT dst, HT_PT src) {
+  if (dst == nullptr || IsBadTable(dst) || dst->numIters != 0 || IsBadTable(src) ||
+      src->keyCloneFuncP == nullptr || BucketCountFor(src->size) == 0) {
+    HT_Delete(dst);
+    return HT_Clone(src);
+  }
+  /* HT_Delete's part: the callbacks in walk order; the links are kept. */
+  Link *spare = nullptr;
+  for (uint32_t b = 0; b < dst->numBuckets; b++) {
+    Link *link = dst->buckets[b];
+    while (link != nullptr) {
+      Link *next = link->next;
+      if (dst->keyDeleteFuncP != nullptr) dst->keyDeleteFuncP(link->key);
+      if (dst->objectDeleteFuncP != nullptr) dst->objectDeleteFuncP(link->object);
+      link->next = spare;
+      spare = link;
+      link = next;
+    }
+    dst->buckets[b] = nullptr;
+  }
+  auto release = [&spare, dst]() {
+    while (spare != nullptr) {
+      Link *next = spare->next;
+      gen_free(spare);
+      spare = next;
+    }
+    dst->size = 0;
+    HT_Delete(dst);  // empty by now: only the records go
+    return static_cast<HT_PT>(nullptr);
+  };
+
+  /* HT_Clone's part: HT_New(src->size), then the clones in src's walk
+   * order, each at the tail of its chain.  The count fits src->size, so
+   * no insertion grows the table. */
+  const uint32_t count = BucketCountFor(src->size);
+  if (count != dst->numBuckets) {
+    Link **buckets = NewBucketArray(count);
+    if (buckets == nullptr) {
+      fprintf(stderr, "Out of memory in HT_New()\n");
+      return release();
+    }
+    gen_free(dst->buckets);
+    dst->buckets = buckets;
+    dst->numBuckets = count;
+  }
+  dst->size = 0;
+  dst->hashFuncP = src->hashFuncP;
+  dst->compareFuncP = src->compareFuncP;
+  dst->keyDeleteFuncP = src->keyDeleteFuncP;
+  dst->objectDeleteFuncP = src->objectDeleteFuncP;
+  dst->keyCloneFuncP = src->keyCloneFuncP;
+  dst->objectCloneFuncP = src->objectCloneFuncP;
+  for (uint32_t b = 0; b < src->numBuckets; b++) {
+    for (Link *from = src->buckets[b]; from != nullptr; from = from->next) {
+      void *newKey = nullptr;
+      void *newObject = nullptr;
+      src->keyCloneFuncP(from->key, &newKey);
+      src->objectCloneFuncP(from->object, &newObject);
+      uint32_t hash = 0;
+      Link **tail = SearchLoop(dst, newKey, &hash);
+      Link *link = nullptr;
+      if (*tail == nullptr) {
+        link = spare;
+        if (link != nullptr) {
+          spare = link->next;
+        } else {
+          link = static_cast<Link *>(gen_alloc(1, sizeof(Link)));
+          if (link == nullptr) fprintf(stderr, "Out of memory in HT_InsertItem()\n");
+        }
+      }
+      if (link == nullptr) {  // a refused copy, as in HT_Clone, is ours to release
+        if (dst->keyDeleteFuncP != nullptr) dst->keyDeleteFuncP(newKey);
+        if (dst->objectDeleteFuncP != nullptr) dst->objectDeleteFuncP(newObject);
+        for (uint32_t c = 0; c < dst->numBuckets; c++) {
+          while (Link *made = dst->buckets[c]) {
+            dst->buckets[c] = made->next;
+            DestroyLink(dst, made);
+          }
+        }
+        return release();
+      }
+      link->next = nullptr;
+      link->key = newKey;
+      link->hash = hash;
+      link->object = newObject;
+      *tail = link;
+      dst->size++;
+    }
+  }
+  while (spare != nullptr) {
+    Link *next = spare->next;
+    gen_free(spare);
+    spare = next;
+  }
+  return dst;
+}
+
 extern "C" int HT_GetSize(HT_PT ht) {
   if (IsBadTable(ht)) {
     fprintf(stderr, "HT_GetSize() called on NULL or invalid HT_PT\n");

@@ -89,6 +89,18 @@ void HT_Delete(HT_PT ht);
  * runs out (the partial copy is deleted).  The caller owns the result. */
 HT_PT HT_Clone(HT_PT ht);
 
+/* HT_Delete(dst) followed by HT_Clone(src), in effect and in result, for a
+ * table that is replaced by a clone again and again: dst's delete callbacks
+ * run on each of its items in walk order, then dst becomes what HT_Clone(src)
+ * would give (src's callbacks, its bucket count, clones of src's items in
+ * src's walk order).  The records of dst (the table, its bucket array when
+ * the count stays, its links) carry the clone instead of being freed and
+ * allocated anew, so the result is usually dst itself.  Null when HT_Clone
+ * would give null; dst is gone then all the same.  A null or bad dst, or
+ * one with live iterators, goes through HT_Delete and HT_Clone as they are.
+ * The caller owns the result. */
+HT_PT HT_CloneInto(HT_PT dst, HT_PT src);
+
 /* The number of items; -1 for a bad table. */
 int HT_GetSize(HT_PT ht);
 

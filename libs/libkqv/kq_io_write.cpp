@@ -245,8 +245,7 @@ bool PutBlockOpening(kq_DB *db) {
   if (!PutStateSave(block, current)) return false;
   block.U1(KQ_TAG_EVENT);  // written at once, never patched: rule (2)
   block.WriteTo(db->streamFile);
-  HT_Delete(db->usedState->table);
-  db->usedState->table = HT_Clone(current);
+  db->usedState->table = HT_CloneInto(db->usedState->table, current);  // delete, then clone
   return true;
 }
 
