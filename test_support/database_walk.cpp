@@ -168,7 +168,7 @@ std::string MaskPayloads(const std::string &file, const StreamWalk &walk) {
   return masked;
 }
 
-IndexWalk WalkIndex(const std::string &file) {
+IndexWalk WalkIndex(const std::string &file, bool requireEndAtLastByte) {
   IndexWalk walk;
   if (file.size() <= kFirst) {
     walk.error = "no byte behind the header";
@@ -184,7 +184,7 @@ IndexWalk WalkIndex(const std::string &file) {
     }
     if (tag == 0) {
       walk.endTag = position;
-      if (position + 1 != file.size()) {
+      if (requireEndAtLastByte && position + 1 != file.size()) {
         walk.error = Where("bytes behind the end tag", position);
         return walk;
       }

@@ -70,8 +70,9 @@ struct IndexWalk {
   std::vector<IndexEntry> entries;
 };
 
-// Walks a whole .kqi file; its 0 tag must be the last byte.
-IndexWalk WalkIndex(const std::string &file);
+// Walks a whole .kqi file; with requireEndAtLastByte its 0 tag must be the
+// last byte.
+IndexWalk WalkIndex(const std::string &file, bool requireEndAtLastByte = true);
 
 // The whole file as read(2) gives it, through a descriptor of its own.
 std::string ReadWithSyscalls(const std::string &name);

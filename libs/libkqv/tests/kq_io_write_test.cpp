@@ -3,9 +3,13 @@
 // events, what the object lists and snapshots of later blocks hold, the
 // files as another process sees them after every addition, the process-wide
 // event numbers, refusals, a tracker that refuses, and the replacement of
-// an old database (its .kqv goes first).
+// an old database (its .kqv goes first).  With the files written through
+// mappings: a reader in another process sees every event the moment its
+// addition returns, and only whole records while the writer runs free.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +19,7 @@
 
 #include "database_walk.h"
 #include "hex_bytes.h"
+#include "indgfile.h"
 #include "kq_io.h"
 #include "kq_misc.h"
 #include "temp_dir.h"
@@ -228,6 +233,148 @@ TEST_F(Database, AfterEveryAdditionTheFilesEndInZeroTagsBehindWholeRecords) {
     ASSERT_EQ(last.time, static_cast<uint64_t>(i));
     ASSERT_EQ(last.payload, payload);
   }
+}
+
+// A tracker that makes records of every kind and length; with
+// g_pausingTracker it stops for a while in every 40th event, behind some of
+// its records, so that a reader has time to find an event half-written.
+bool g_pausingTracker = false;
+int VariedChanges(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
+  const uint32_t n = static_cast<uint32_t>(event->time);
+  if (g_pausingTracker && n % 40 == 0) {
+    kq_SaveStateChangeMod(db, current, 0, (n + 7) % 13, 0, 1, "P");
+    usleep(300);
+  }
+  const std::string value(n % 7, static_cast<char>('a' + n % 26));
+  kq_SaveStateChangeNew(db, current, used, 0, n % 13, static_cast<uint16_t>(value.size()), value.data());
+  if (n % 3 == 0) kq_SaveStateChangeMod(db, current, 0, (n + 5) % 13, 0, 1, "M");
+  if (n % 5 == 0) kq_SaveStateChangeDel(db, current, 0, (n + 2) % 13);
+  return 1;
+}
+
+std::string PayloadOf(int i) { return std::string(static_cast<size_t>(i % 25), static_cast<char>(i)); }
+
+// In a child process: a database at base, written through mappings from its
+// first seek on, with `events` events, their times 0, 1, ...  After each
+// addition, with `notify`, it writes one byte to `notify` and waits for one
+// from `ack`; without, it runs free, its tracker pausing now and then.
+// Ends with _exit: 0, or 2 when a file wasn't mapped or an addition failed.
+pid_t WriteInChild(const std::string &base, int events, int notify, int ack) {
+  const pid_t child = fork();
+  if (child != 0) return child;
+  gf_set_write_mapping_threshold(0);
+  g_pausingTracker = notify < 0;
+  kq_DB *db = kq_OpenForCreation(base.c_str(), 1000, "x", 1, VariedChanges);
+  if (db == nullptr) _exit(2);
+  for (int i = 0; i < events; i++) {
+    const std::string payload = PayloadOf(i);
+    if (kq_AddEventFromRawBytes(db, 0, static_cast<uint32_t>(i), 0x30000u | static_cast<uint32_t>(i % 50),
+                                payload.empty() ? nullptr : payload.data(),
+                                static_cast<uint32_t>(payload.size())) != 1 ||
+        !gf_is_write_mapped(db->streamFile) || !gf_is_write_mapped(db->indexFile)) {
+      _exit(2);
+    }
+    char byte = 'e';
+    if (notify >= 0 && (write(notify, &byte, 1) != 1 || read(ack, &byte, 1) != 1)) _exit(2);
+  }
+  kq_Close(db);
+  _exit(0);
+}
+
+// A file as read(2) gives it, in as few calls as its size allows: files
+// written through mappings grow ahead of their writer in steps of MiBs, and
+// a reader beside the writer reads it again and again.
+std::string ReadWritten(const std::string &name) {
+  std::string bytes;
+  const int fd = open(name.c_str(), O_RDONLY);
+  if (fd < 0) return bytes;
+  struct stat info {};
+  if (fstat(fd, &info) == 0) bytes.resize(static_cast<size_t>(info.st_size) + 4096);
+  size_t got = 0;
+  for (;;) {
+    if (got == bytes.size()) bytes.resize(bytes.size() * 2 + 4096);
+    const ssize_t n = read(fd, bytes.data() + got, bytes.size() - got);
+    if (n <= 0) break;
+    got += static_cast<size_t>(n);
+  }
+  close(fd);
+  bytes.resize(got);
+  return bytes;
+}
+
+// What a reader finds in the files, as a reader in any process does: the
+// walks, which stop at the end tags.  The index is read first: it never
+// runs ahead of the stream, so every entry it has points at a block of the
+// stream read after it.  With a writer at rest (`still`) the two hold the
+// same blocks.
+size_t EventsSeen(const std::string &base, bool still, std::string *why) {
+  const auto index = testsupport::WalkIndex(ReadWritten(base + ".kqi"), false);
+  const auto stream = testsupport::WalkStream(ReadWritten(base + ".kqs"), false);
+  if (!stream.ok || !index.ok) {
+    *why = stream.ok ? "index: " + index.error : "stream: " + stream.error;
+    return 0;
+  }
+  if (index.entries.size() > stream.blocks.size() ||
+      (still && index.entries.size() != stream.blocks.size())) {
+    *why = "index and stream disagree";
+    return 0;
+  }
+  for (size_t k = 0; k < index.entries.size(); k++) {
+    if (index.entries[k].position != stream.blocks[k].position) *why = "index points elsewhere";
+  }
+  return stream.EventCount();
+}
+
+TEST_F(Database, AReaderInAnotherProcessSeesEachEventTheMomentItsAdditionReturns) {
+  int toParent[2], toChild[2];
+  ASSERT_EQ(pipe(toParent), 0);
+  ASSERT_EQ(pipe(toChild), 0);
+  const int kEvents = 333;
+  const pid_t child = WriteInChild(Base(), kEvents, toParent[1], toChild[0]);
+  for (int i = 0; i < kEvents; i++) {
+    char byte = 0;
+    ASSERT_EQ(read(toParent[0], &byte, 1), 1) << "after event " << i;
+    std::string why;
+    ASSERT_EQ(EventsSeen(Base(), true, &why), static_cast<size_t>(i + 1)) << "after event " << i << why;
+    ASSERT_TRUE(why.empty()) << why;
+    const auto stream = testsupport::WalkStream(ReadWritten(Base() + ".kqs"), false);
+    ASSERT_EQ(stream.blocks.back().events.back().payload, PayloadOf(i));
+    ASSERT_EQ(write(toChild[1], &byte, 1), 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  for (int fd : {toParent[0], toParent[1], toChild[0], toChild[1]}) close(fd);
+  // Closed: cut to their length, the end tags the last bytes.
+  EXPECT_TRUE(testsupport::WalkStream(Kqs()).ok);
+  EXPECT_TRUE(testsupport::WalkIndex(Kqi()).ok);
+}
+
+TEST_F(Database, AReaderBesideAWriterThatRunsFreeSeesWholeRecordsOnly) {
+  const int kEvents = 8000;
+  const pid_t child = WriteInChild(Base(), kEvents, -1, -1);
+  size_t last = 0;
+  int between = 0;  // reads that found the writer half-way
+  for (;;) {
+    int status = 0;
+    const bool done = waitpid(child, &status, WNOHANG) == child;
+    struct stat info {};
+    if (stat((Base() + ".kqv").c_str(), &info) == 0) {  // the .kqv comes last: rule (5)
+      std::string why;
+      const size_t seen = EventsSeen(Base(), false, &why);
+      ASSERT_TRUE(why.empty()) << why << " with " << seen << " events";
+      ASSERT_GE(seen, last);
+      if (seen > 0 && seen < static_cast<size_t>(kEvents)) between++;
+      last = seen;
+    }
+    if (done) {
+      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+      break;
+    }
+  }
+  std::string why;
+  EXPECT_EQ(EventsSeen(Base(), true, &why), static_cast<size_t>(kEvents)) << why;
+  EXPECT_GT(between, 0);
 }
 
 // ---- Event numbers -------------------------------------------------------------------
