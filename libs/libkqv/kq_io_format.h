@@ -82,9 +82,20 @@
  * The patch of rules (1) and (2) goes: note the position P of the final 0
  * tag (gf_tell - 1); write the record from P + 1 on and a new 0 tag behind
  * it; note the end E (gf_tell); gf_seek to P, gf_put_1 the real tag,
- * gf_seek to E.  The seek to P puts every buffered byte into the file ahead
- * of the patched tag, the seek to E puts the tag there, so when an addition
- * returns its bytes are in the file for any process.
+ * gf_seek to E.  On a file written through stdio the seek to P puts every
+ * buffered byte into the file ahead of the patched tag and the seek to E
+ * puts the tag there.  On a file written through a shared mapping (a large
+ * one; indgfile.h) every store is in the file the moment it is made, and
+ * the seek to P is a release fence, so the record is in the file ahead of
+ * the tag on any processor.  Either way, when an addition returns its
+ * bytes are in the file for any process.
+ *
+ * While a database is being written, .kqs and .kqi may run on behind their
+ * final 0 tag: a file written through a mapping grows ahead of its writer
+ * in steps of MiBs, and what lies beyond the bytes written reads as zeros.
+ * A reader stops at the first 0 tag and never looks there.  kq_Close (and
+ * exit() in the writing process) cuts both files to their length; a
+ * writer killed outright leaves the zeros, behind a valid prefix.
  *
  * Creating a database obeys two more:
  *

@@ -1,8 +1,10 @@
 /*
  * kq_io_write.cpp - creates an event database and appends events to it.
  * Every call leaves .kqs and .kqi ending in a 0 tag with the whole of every
- * record before it in the file, so a reader in another process sees whole
- * records only.  All writing of a database happens here, through GFile:
+ * record before it in the file (and, for a large file, zeros behind it),
+ * so a reader in another process sees whole records only.  Each packet is
+ * gathered in memory and handed to GFile in one write; the bytes are the
+ * same as field by field.  All writing of a database happens here, through GFile:
  * the .kqv fields, the block openings (object list and snapshot), the event
  * packets, the state change records that trackers cause, the index entries
  * and the patching of tags.  Layout and the numbered order of writes that
