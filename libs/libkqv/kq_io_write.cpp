@@ -19,6 +19,7 @@
  *                            |        on, so the handle takes no more events)
  *                            `--kq_Close (from either state)--> gone
  */
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -164,26 +165,41 @@ class Fields {
 
 /* A growing buffer for the two opening packets of a block, kept between
  * blocks so that it is allocated once (to the size of the largest
- * snapshot).  One thread, as the whole writer. */
+ * snapshot).  One thread, as the whole writer.  Each piece takes its room
+ * at once and is filled through a pointer. */
 class Block {
  public:
-  void Clear() { bytes_.clear(); }
-  void U1(uint32_t value) { bytes_.push_back(static_cast<unsigned char>(value)); }
-  void U2(uint32_t value) { Put(value, 2); }
-  void U4(uint32_t value) { Put(value, 4); }
-  void Bytes(const void *from, size_t n) {
-    const auto *p = static_cast<const unsigned char *>(from);
-    bytes_.insert(bytes_.end(), p, p + n);
+  void Clear() { size_ = 0; }
+  void U1(uint32_t value) { *Room(1) = static_cast<unsigned char>(value); }
+  void U4(uint32_t value) { PutAt(Room(4), value, 4); }
+  /* U2 type, U4 id: an object's key. */
+  void Key(uint32_t type, uint32_t id) {
+    unsigned char *at = Room(6);
+    PutAt(at, type, 2);
+    PutAt(at + 2, id, 4);
   }
-  void WriteTo(GFile *gf) const {
-    gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(bytes_.size()));
+  /* U2 type, U4 id, U4 length, bytes[length]: an object of a snapshot. */
+  void Object(uint32_t type, uint32_t id, uint32_t length, const void *value) {
+    unsigned char *at = Room(10 + static_cast<size_t>(length));
+    PutAt(at, type, 2);
+    PutAt(at + 2, id, 4);
+    PutAt(at + 6, length, 4);
+    if (length != 0) memcpy(at + 10, value, length);
   }
+  void WriteTo(GFile *gf) const { gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(size_)); }
 
  private:
-  void Put(uint32_t value, int width) {
-    for (int i = width - 1; i >= 0; i--) bytes_.push_back(static_cast<unsigned char>(value >> (8 * i)));
+  unsigned char *Room(size_t n) {
+    if (bytes_.size() - size_ < n) bytes_.resize(std::max(bytes_.size() * 2, size_ + n));
+    unsigned char *at = bytes_.data() + size_;
+    size_ += n;
+    return at;
+  }
+  static void PutAt(unsigned char *at, uint32_t value, int width) {
+    for (int i = 0; i < width; i++) at[i] = static_cast<unsigned char>(value >> (8 * (width - 1 - i)));
   }
   std::vector<unsigned char> bytes_;
+  size_t size_ = 0;
 };
 
 Block &OpeningBuffer() {
@@ -217,10 +233,7 @@ uint32_t CountOf(HT_PT table) {
 /* The body of an OBJUSED packet; its tag is the stream's old 0 tag. */
 bool PutObjUsedBody(Block &block, HT_PT used) {
   block.U4(CountOf(used));
-  return ForEachObject(used, [&block](const kq_StateObject &object) {
-    block.U2(object.type);
-    block.U4(object.id);
-  });
+  return ForEachObject(used, [&block](const kq_StateObject &object) { block.Key(object.type, object.id); });
 }
 
 /* A whole state save packet, its tag included. */
@@ -228,10 +241,7 @@ bool PutStateSave(Block &block, HT_PT current) {
   block.U1(KQ_TAG_STATE_SAVE);
   block.U4(CountOf(current));
   return ForEachObject(current, [&block](const kq_StateObject &object) {
-    block.U2(object.type);
-    block.U4(object.id);
-    block.U4(object.length);
-    block.Bytes(object.value, object.length);
+    block.Object(object.type, object.id, object.length, object.value);
   });
 }
 
