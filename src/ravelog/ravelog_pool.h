@@ -8,6 +8,13 @@
  * claims an absurd pool size costs no more memory than the file really
  * holds.  Each decoder keeps its own rule about short reads; the buffer only
  * says how many bytes a read asked for and how many it gave.
+ *
+ * A large pool that a regular file holds whole is not read at all: the
+ * buffer is a read-only private mapping of the file's pages.  Reading
+ * hundreds of MiB into fresh memory costs far more than the conversion's
+ * own work (every page is zeroed, then copied into), while the mapping
+ * shares the pages the kernel already holds.  The decoders see one buffer
+ * of the pool's bytes either way.
  */
 #ifndef RAVELOG_RAVELOG_POOL_H
 #define RAVELOG_RAVELOG_POOL_H
@@ -35,6 +42,16 @@ class EventPool {
    * comes back only if a replaced gen_exit returns. */
   bool ReadMore(FILE *stream, uint32_t total, size_t *asked, size_t *got);
 
+  /* Takes the whole pool of `total` bytes, from the stream's position on,
+   * as a mapping of the file, and moves the stream behind it.  Only for an
+   * empty buffer and a pool of at least kMapFrom bytes in a regular file
+   * that holds all of them; false, with nothing changed, otherwise or when
+   * the mapping fails, and the caller reads the pool through ReadMore. */
+  bool MapWhole(FILE *stream, uint32_t total);
+
+  /* The smallest pool that MapWhole maps: smaller ones read fast enough. */
+  static constexpr uint32_t kMapFrom = 1u << 20;
+
   /* Bytes held so far, at bytes()[0] up to bytes()[size() - 1].  The
    * pointer is null while nothing is held and stays valid until the next
    * ReadMore or the pool's end. */
@@ -42,9 +59,12 @@ class EventPool {
   size_t size() const { return size_; }
 
  private:
-  unsigned char *bytes_ = nullptr; /* from cv_poolRealloc, released with free */
+  unsigned char *bytes_ = nullptr; /* from cv_poolRealloc, released with free,
+                                      or inside the mapping */
   size_t capacity_ = 0;            /* bytes allocated */
   size_t size_ = 0;                /* bytes read into it, size_ <= capacity_ */
+  void *mapping_ = nullptr;        /* the mapping that holds the pool, or null */
+  size_t mappingLength_ = 0;       /* its length, from a page boundary */
 };
 
 } // namespace ravelog

@@ -93,12 +93,14 @@ void read_header(FILE *stream, uint8_t bigEndian) {
   tbfreq = static_cast<int32_t>(cv_GetInt(stream, bigEndian));
 }
 
-/* Reads the whole pool of `size` bytes.  Any read that gives fewer bytes
+/* Reads the whole pool of `size` bytes (a large pool in a regular file is
+ * mapped instead; ravelog_pool.h).  Any read that gives fewer bytes
  * than it asked for fails: there is no second try.  (The buffer grows as
  * the bytes come, so the pool is read in pieces; each piece is one read.)
  * A size of 0 reads nothing and passes.  Returns false only if a replaced
  * gen_exit returns from a failure. */
 bool read_pool(ravelog::EventPool &pool, FILE *stream, uint32_t size) {
+  if (pool.MapWhole(stream, size)) return true;
   while (pool.size() < size) {
     size_t asked = 0;
     size_t got = 0;

@@ -52,11 +52,13 @@ void print_header_section(const V2Header &header, uint8_t bigEndian) {
   printf("20 (0x14)   4 bytes %d = timer frequency (Hz)\n\n", tbfreq);
 }
 
-/* Fills the pool with the next `size` bytes of the stream, reading again
+/* Fills the pool with the next `size` bytes of the stream (a large pool in
+ * a regular file is mapped instead; ravelog_pool.h), reading again
  * after a short read.  A read that gives nothing fails, and there is always
  * at least one read, so a size of 0 fails too.  Returns false only if a
  * replaced gen_exit returns from the failure. */
 bool fill_pool(ravelog::EventPool &pool, FILE *stream, uint32_t size) {
+  if (pool.MapWhole(stream, size)) return true;
   do {
     size_t asked = 0;
     size_t got = 0;

@@ -65,13 +65,26 @@ class DecodeFixture : public testing::Test {
   }
 
   // Decodes bytes (a whole corefile; the stream starts at offset 2 and the
-  // byte order follows byte 0) with lastTimeStamp at 0:0.
-  testsupport::Captured Decode(const std::string &bytes, bool with_debug = false) {
+  // byte order follows byte 0) with lastTimeStamp at 0:0.  The stream is
+  // over memory, or with from_file over a temporary regular file (where a
+  // large pool is mapped rather than read).
+  testsupport::Captured Decode(const std::string &bytes, bool with_debug = false,
+                               bool from_file = false) {
     calls.clear();
     lastTimeStamp[0] = lastTimeStamp[1] = 0;
     debug = with_debug ? 1 : 0;
     std::string copy = bytes;
-    FILE *stream = fmemopen(copy.data(), copy.size(), "rb");
+    FILE *stream = nullptr;
+    if (from_file) {
+      stream = tmpfile();
+      if (stream != nullptr) fwrite(copy.data(), 1, copy.size(), stream);
+    } else {
+      stream = fmemopen(copy.data(), copy.size(), "rb");
+    }
+    if (stream == nullptr) {
+      ADD_FAILURE() << "no stream for the corefile";
+      return {};
+    }
     fseek(stream, 2, SEEK_SET);
     testsupport::Captured run =
         testsupport::RunCapturing([&] { decoder_(stream, "db", copy[0] == 0 ? 1 : 0); });

@@ -1,6 +1,6 @@
 // End-to-end tests of the fast conversion against the plain one: simulated
 // dumps of several shapes (a few blocks to 40,000 events, 8 and 64
-// threads, both byte orders, pools read whole and a chunk at a time)
+// threads, both byte orders, pools read into memory and mapped)
 // converted by the built ravelog as it runs by default and with
 // GFILE_WRITE_STDIO=1 (every file through stdio, the unoptimised writer),
 // the three files compared byte for byte with each other and with the size
@@ -85,7 +85,7 @@ const Case kCases[] = {
      {41, 0x33765ec0d958ef0dull},
      {1492323, 0x7e2bfaaa1c121ffaull},
      {3934, 0x4e00e1db669248e8ull}},
-    {{40000, 64, true},  // a pool of 1,280,000 bytes: walked a chunk at a time
+    {{40000, 64, true},  // a pool of 1,280,000 bytes: mapped, not read
      {41, 0x26c77b965c0984aaull},
      {4051411, 0xd5d71f91d1448450ull},
      {5234, 0xc9185931b36111f2ull}},

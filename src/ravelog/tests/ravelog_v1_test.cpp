@@ -105,6 +105,25 @@ TEST_F(V1Decode, PoolLargerThanOneReadPieceArrivesWhole) {
   EXPECT_EQ(run.err, "ravelog: fatal: Error reading in event pool.\n");
 }
 
+// A pool of 2 MiB in a regular file is mapped instead of read, from no page
+// boundary; the records and the refusal of a short file stay the same.
+TEST_F(V1Decode, LargePoolInAFileGivesWhatItGivesFromMemory) {
+  const uint32_t size = 2u << 20;
+  Corefile core = Corefile::V1(Endian::kLittle, size);
+  core.Thread("t", 1, 1).Record(size - 13, 4, 0, 0, 1).Record(70000, 4, 1, 0, 2);
+  core.Record(size / 2 + 3, 4, 2, 0, 3).Record(0, 4, 3, 0, 4);
+  Decode(core.Bytes());
+  const std::string fromMemory = Trace(true);
+  ASSERT_EQ(calls.size(), 7u) << fromMemory;
+  Captured run = Decode(core.Bytes(), false, true);
+  EXPECT_FALSE(run.exited) << run.err;
+  EXPECT_EQ(Trace(true), fromMemory);
+
+  const std::string whole = core.Bytes();
+  run = Decode(whole.substr(0, whole.size() - 1), false, true);
+  EXPECT_EQ(run.err, "ravelog: fatal: Error reading in event pool.\n");
+}
+
 void *RefusingRealloc(void *, size_t) { return nullptr; }
 
 size_t largest_request = 0;

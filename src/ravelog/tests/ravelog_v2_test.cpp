@@ -203,4 +203,26 @@ TEST_F(V2Decode, APoolLargerThanOneChunkArrivesWhole) {
   EXPECT_EQ(Trace(), "open event@0:0/10000 event@0:1/10001 event@0:2/10002 event@0:3/10003 close");
 }
 
+// A pool of 2 MiB in a regular file is mapped instead of read: the decoder
+// must hand over the same events, from a pool that starts at no page
+// boundary, and a file too short for the pool must still be refused.
+TEST_F(V2Decode, ALargePoolInAFileGivesWhatItGivesFromMemory) {
+  const uint32_t size = 2u << 20;
+  Corefile core = Corefile::V2(Endian::kLittle, size);
+  core.StartOffset(size - 64).Thread("t", 7, 3);
+  for (uint32_t i = 0; i < 64; i++) core.Slot((size - 64 + i * 32 * 1031) % size, 1, 0, 0, i + 1);
+  Decode(core.Bytes());
+  const std::string fromMemory = Trace(true);
+  ASSERT_EQ(calls.size(), 67u);
+  Captured run = Decode(core.Bytes(), false, true);
+  EXPECT_FALSE(run.exited) << run.err;
+  EXPECT_EQ(Trace(true), fromMemory);
+
+  std::string cut = core.Bytes();
+  cut.resize(cut.size() - 1);
+  run = Decode(cut, false, true);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find("Error reading event pool."), std::string::npos) << run.err;
+}
+
 }  // namespace
