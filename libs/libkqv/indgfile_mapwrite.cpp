@@ -206,40 +206,49 @@ bool Release(gf_write_mapping *m) {
 /* ---- Making room -------------------------------------------------------------- */
 
 /* Makes the file at least `end` bytes long, growing it in large steps.
- * Space is allocated where the file system can (so a store into the
- * mapping never meets a full disk); where it can't, the file is extended
- * with a hole.  False when neither works. */
+ * The new part is a hole: its pages get their space on the disk when
+ * Populate claims them.  False when the file can't be extended. */
 bool Grow(gf_write_mapping *m, uint64_t end) {
   const uint64_t step = std::clamp(m->file_size, kMinGrowth, kMaxGrowth);
   const uint64_t size = std::min(RoundUp(end + step, kMinGrowth), m->reserved);
-#ifdef __linux__
-  if (fallocate(m->fd, 0, static_cast<off_t>(m->file_size),
-                static_cast<off_t>(size - m->file_size)) != 0) {
-    if (errno != EOPNOTSUPP && errno != ENOSYS) return false;
-    if (ftruncate(m->fd, static_cast<off_t>(size)) != 0) return false;
-  }
-#else
   if (ftruncate(m->fd, static_cast<off_t>(size)) != 0) return false;
-#endif
   m->file_size = size;
   return true;
 }
 
-/* Faults in the pages from the one holding `at` to kPopulateAhead beyond
- * `end`, within the file, with one system call instead of a fault per
- * page; then lets go of the pages far behind `at`.  Failures cost only
- * speed: a page not faulted in is faulted on its first store. */
-void Populate(gf_write_mapping *m, uint64_t at, uint64_t end) {
-  const uint64_t from = std::max(m->populated, RoundDown(at, kUnit));
-  const uint64_t to = std::min(RoundUp(end + kPopulateAhead, kUnit), m->file_size);
+/* Gives the bytes from `from` to `to` of the file their space on the disk
+ * and their pages in memory, so that no store there can fault for want of
+ * either: by faulting the pages in for writing with one system call, or,
+ * on a kernel without that, by allocating the range.  False when the space
+ * or the memory can't be had (a full disk, typically).  A hole is used
+ * rather than allocating as the file grows: on ext4 a write fault on an
+ * allocated but unwritten range costs several times one on a hole. */
+bool Claim(gf_write_mapping *m, uint64_t from, uint64_t to) {
 #ifdef MADV_POPULATE_WRITE
-  if (populateWorks && to > from &&
-      madvise(m->start + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE) != 0 &&
-      errno == EINVAL) {
+  while (populateWorks) {
+    if (madvise(m->start + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE) == 0) return true;
+    if (errno == EINTR || errno == EAGAIN) continue;
+    if (errno != EINVAL) return false;
     populateWorks = false;
   }
 #endif
-  m->populated = std::max(m->populated, std::max(to, end));
+#ifdef __linux__
+  if (fallocate(m->fd, 0, static_cast<off_t>(from), static_cast<off_t>(to - from)) == 0) return true;
+  /* A file system that can't allocate ahead: stores meet its limits. */
+  return errno == EOPNOTSUPP || errno == ENOSYS;
+#else
+  return true;
+#endif
+}
+
+/* Claims the bytes not claimed yet up to kPopulateAhead beyond `end`,
+ * within the file; then lets go of the pages far behind `at` (the page
+ * cache keeps their bytes).  False when the claim fails. */
+bool Populate(gf_write_mapping *m, uint64_t at, uint64_t end) {
+  const uint64_t from = m->populated;
+  const uint64_t to = std::min(RoundUp(end + kPopulateAhead, kUnit), m->file_size);
+  if (to > from && !Claim(m, from, to)) return false;
+  m->populated = std::max(m->populated, to);
 
   const uint64_t keep = RoundDown(at, kUnit);
   if (keep > kKeepBehind && keep - kKeepBehind >= m->released + kReleaseBatch) {
@@ -247,6 +256,7 @@ void Populate(gf_write_mapping *m, uint64_t at, uint64_t end) {
     madvise(m->start + m->released, static_cast<size_t>(upTo - m->released), MADV_DONTNEED);
     m->released = upTo;
   }
+  return true;
 }
 
 }  // namespace
@@ -268,11 +278,11 @@ bool MakeRoom(GFile *gf, size_t n) {
   if (m->start == nullptr) return false;  // refused before
   const uint64_t at = static_cast<uint64_t>(m->cursor - m->start);
   const uint64_t end = at + n;
-  if (end > m->reserved || (end > m->file_size && !Grow(m, end))) {
+  if (end > m->reserved || (end > m->file_size && !Grow(m, end)) ||
+      (end > m->populated && !Populate(m, at, end))) {
     LeaveMapping(gf);  // beyond 2 GiB, or no room on the disk: the stream takes over
     return false;
   }
-  if (end > m->populated) Populate(m, at, end);
   m->limit = m->start + std::min(m->file_size, m->populated);
   return true;
 }

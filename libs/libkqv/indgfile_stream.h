@@ -39,7 +39,7 @@ struct gf_write_mapping {
   uint64_t file_size;    /* the file's length on disk, grown ahead of high */
   uint64_t high;         /* end of the bytes written, as of the last seek */
   uint64_t seek_mark;    /* offset the last seek (or the entry) put the cursor at */
-  uint64_t populated;    /* pages below this offset were faulted in ahead */
+  uint64_t populated;    /* bytes below this offset have their space and pages */
   uint64_t released;     /* pages below this offset were let go of (RSS) */
   int fd;                /* a read-write descriptor of the file, ours */
   int owner_pid;         /* the process that mapped it; exit() cuts only there */

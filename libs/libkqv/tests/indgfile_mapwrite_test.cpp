@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -308,6 +309,41 @@ TEST_F(MappedWrite, AChildThatExitsDoesNotCutItsParentsFile) {
   gf_seek(gf, 20);  // the length now stands in the record, not only in the cursor
   gf_close(gf);
   EXPECT_EQ(ReadFileBytes(Path()), kStreamHeader + std::string("\x11\x11\x11\x11\x22\x22\x22\x22", 8));
+}
+
+// A file that can't grow (here a size limit of 5 MiB on the process, the
+// way a full disk refuses it) leaves the mapping for the stream where it
+// stands: no store faults, the bytes up to the limit are in the file, and
+// the failure shows in the error state as on the plain stream.
+TEST_F(MappedWrite, AFileThatCannotGrowGoesBackToTheStreamAndFailsThere) {
+  constexpr rlim_t kLimit = 5 << 20;  // the first step of growth fits, the second not
+  const std::string path = Path();
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{kLimit, kLimit};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(10);
+    gf_set_write_mapping_threshold(0);
+    GFile *gf = OpenForWrite(path);
+    if (gf == nullptr) _exit(11);
+    gf_seek(gf, 20);
+    const bool mapped = gf_is_write_mapped(gf) == 1;
+    const std::vector<unsigned char> block(1 << 16, 'm');
+    for (int i = 0; i < 96; i++) gf_put_array_1(gf, block.data(), static_cast<uint32_t>(block.size()));
+    const bool back = gf_is_write_mapped(gf) == 0;
+    const int failed = gf_got_error(gf);
+    gf_close(gf);
+    _exit(mapped && back && failed != 0 ? 0 : 12);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  const std::string left = ReadFileBytes(path);
+  EXPECT_EQ(left.size(), kLimit);
+  EXPECT_EQ(left.substr(0, 20), kStreamHeader);
+  EXPECT_EQ(left.find_first_not_of('m', 20), std::string::npos);
 }
 
 }  // namespace
