@@ -14,13 +14,11 @@
 // figures to quote on a noisy machine, since both halves of each see the
 // same disk and load.  A file system that refuses O_DIRECT gives 0 there.
 //
-// The dumps come from a small simulation of a ThreadX system: a running
-// thread makes service calls, interrupts come and end, user events and
-// timer ticks pass, threads suspend and resume with status changes, and
-// context switches hand the processor on.  Times rise by a few ticks per
-// event and carry over the low word.  The ring has wrapped: the oldest
-// event stands a third of the way into the pool.  A fixed seed makes every
-// run write the same bytes.
+// The dumps are the simulated ThreadX systems of the tests (big-endian;
+// test_support/simulated_dump.h): a running thread makes service calls,
+// interrupts come and end, user events and timer ticks pass, threads
+// suspend and resume with status changes, and context switches hand the
+// processor on.  A fixed seed makes every run write the same bytes.
 //
 // Run: build/default/bench/convert_bench [--benchmark_filter=...]
 // BENCH_DIR names where dumps and databases go (default: the temporary
@@ -47,139 +45,9 @@
 #include <string>
 #include <vector>
 
+#include "simulated_dump.h"
+
 namespace {
-
-// ---- Dump generation -------------------------------------------------------
-
-constexpr uint32_t kSlotSize = 32;
-constexpr uint32_t kHeaderSize = 24;
-constexpr uint32_t kThreadEntrySize = 44;
-constexpr uint32_t kTimerHz = 1000000;
-
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed) {}
-  uint32_t Next() {
-    state_ = state_ * 6364136223846793005ull + 1442695040888963407ull;
-    return static_cast<uint32_t>(state_ >> 33);
-  }
-  uint32_t Below(uint32_t n) { return Next() % n; }
-
- private:
-  uint64_t state_;
-};
-
-void PutBig16(unsigned char *at, uint32_t value) {
-  at[0] = static_cast<unsigned char>(value >> 8);
-  at[1] = static_cast<unsigned char>(value);
-}
-void PutBig32(unsigned char *at, uint32_t value) {
-  for (int i = 0; i < 4; i++) at[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
-}
-
-uint32_t ThreadId(uint32_t k) { return 0x20001000u + k * 0x1C0u; }
-
-// The events of the simulation, one slot at a time, in walk order.
-class Simulation {
- public:
-  explicit Simulation(uint32_t threads) : threads_(threads), random_(0x5eed0000u + threads) {}
-
-  void NextSlot(unsigned char *slot) {
-    memset(slot, 0, kSlotSize);
-    time_ += 1 + random_.Below(40);
-    uint16_t type = 0, subtype = 0;
-    uint32_t words[5] = {ThreadId(running_), 0, 0, 0, 0};
-    if (inInterrupt_) {
-      type = 2;
-      subtype = 3;  // the interrupt's end
-      words[0] = vector_;
-      inInterrupt_ = false;
-    } else {
-      const uint32_t roll = random_.Below(100);
-      if (roll < 40) {  // service call with an object address
-        type = 3;
-        subtype = static_cast<uint16_t>(random_.Below(59));
-        words[1] = 0x20010000u + random_.Below(64) * 0x40u;
-        words[2] = random_.Below(1000);
-      } else if (roll < 55) {  // interrupt, ended by the next slot
-        type = 2;
-        subtype = 1;
-        vector_ = 16 + random_.Below(32);
-        words[0] = vector_;
-        inInterrupt_ = true;
-      } else if (roll < 65) {  // user event
-        type = 4;
-        subtype = static_cast<uint16_t>(random_.Below(8));
-        words[1] = random_.Next();
-      } else if (roll < 73) {  // timer tick
-        type = 7;
-      } else if (roll < 85) {  // the running thread suspends or another resumes
-        type = 5;
-        const uint32_t who = random_.Below(threads_);
-        words[0] = ThreadId(who);
-        subtype = static_cast<uint16_t>(random_.Below(3) == 0 ? 0 : 4 + random_.Below(10));
-        words[1] = 1 + who % 31;
-      } else {  // context switch
-        type = 1;
-        running_ = random_.Below(threads_);
-        words[0] = ThreadId(running_);
-      }
-    }
-    PutBig16(slot, type);
-    PutBig16(slot + 2, subtype);
-    PutBig32(slot + 4, static_cast<uint32_t>(time_ >> 32));
-    PutBig32(slot + 8, static_cast<uint32_t>(time_));
-    for (int i = 0; i < 5; i++) PutBig32(slot + 12 + 4 * i, words[i]);
-  }
-
- private:
-  uint32_t threads_;
-  Random random_;
-  uint64_t time_ = 0x00000000FFF00000ull;  // crosses the low word early
-  uint32_t running_ = 0;
-  bool inInterrupt_ = false;
-  uint32_t vector_ = 0;
-};
-
-// Writes a big-endian dump of `events` full slots and `threads` threads.
-// The pool goes out in chunks through pwrite, so memory stays small.
-bool WriteDump(const std::string &path, uint64_t events, uint32_t threads) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (fd < 0) return false;
-  const uint64_t poolSize = events * kSlotSize;
-  const uint64_t start = events / 3;  // slot of the oldest event
-  std::vector<unsigned char> head(kHeaderSize + threads * kThreadEntrySize, 0);
-  PutBig16(&head[0], 2);
-  PutBig16(&head[2], threads);
-  PutBig32(&head[4], static_cast<uint32_t>(poolSize));
-  PutBig32(&head[8], static_cast<uint32_t>(events));
-  PutBig32(&head[12], 0x40000000u);
-  PutBig32(&head[16], static_cast<uint32_t>(0x40000000u + start * kSlotSize));
-  PutBig32(&head[20], kTimerHz);
-  for (uint32_t k = 0; k < threads; k++) {
-    unsigned char *entry = &head[kHeaderSize + k * kThreadEntrySize];
-    snprintf(reinterpret_cast<char *>(entry), 34, "worker_thread_%u", k);
-    entry[34] = 1;  // valid
-    PutBig32(entry + 36, ThreadId(k));
-    PutBig32(entry + 40, 1 + k % 31);
-  }
-  bool ok = write(fd, head.data(), head.size()) == static_cast<ssize_t>(head.size());
-  const off_t poolAt = static_cast<off_t>(head.size());
-
-  Simulation simulation(threads);
-  constexpr uint64_t kChunk = 1 << 16;
-  std::vector<unsigned char> chunk(kChunk * kSlotSize);
-  for (uint64_t done = 0; ok && done < events;) {
-    const uint64_t slot = (start + done) % events;
-    const uint64_t n = std::min({kChunk, events - done, events - slot});  // up to the wrap
-    for (uint64_t i = 0; i < n; i++) simulation.NextSlot(&chunk[i * kSlotSize]);
-    const size_t bytes = n * kSlotSize;
-    ok = pwrite(fd, chunk.data(), bytes, poolAt + static_cast<off_t>(slot * kSlotSize)) ==
-         static_cast<ssize_t>(bytes);
-    done += n;
-  }
-  return close(fd) == 0 && ok;
-}
 
 // ---- Running the converter --------------------------------------------------
 
@@ -278,7 +146,7 @@ void BM_ConvertVersion2Dump(benchmark::State &state) {
   const std::string dir = WorkDirectory();
   const std::string core = dir + "/dump_" + std::to_string(events) + "_" + std::to_string(threads);
   const std::string base = dir + "/db";
-  if (!WriteDump(core, events, threads)) {
+  if (!testsupport::WriteSimulatedDump(core, {static_cast<uint32_t>(events), threads, true})) {
     state.SkipWithError("can't write the dump");
     return;
   }

@@ -1,6 +1,7 @@
 // The simulated dumps of simulated_dump.h.
 #include "simulated_dump.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -113,30 +114,39 @@ bool WriteSimulatedDump(const std::string &path, const DumpShape &shape) {
   if (shape.events == 0 || shape.threads == 0) return false;
   const Writer out(shape.bigEndian);
   const uint32_t poolSize = shape.events * kSlotSize;
-  const uint32_t start = shape.events / 3;
-  std::vector<unsigned char> bytes(kHeaderSize + shape.threads * kThreadEntrySize + poolSize, 0);
-  out.Put16(&bytes[0], 2);
-  out.Put16(&bytes[2], shape.threads);
-  out.Put32(&bytes[4], poolSize);
-  out.Put32(&bytes[8], shape.events);
-  out.Put32(&bytes[12], 0x40000000u);
-  out.Put32(&bytes[16], 0x40000000u + start * kSlotSize);
-  out.Put32(&bytes[20], 1000000);
+  const uint32_t start = shape.events / 3;  // slot of the oldest event
+  std::vector<unsigned char> head(kHeaderSize + shape.threads * kThreadEntrySize, 0);
+  out.Put16(&head[0], 2);
+  out.Put16(&head[2], shape.threads);
+  out.Put32(&head[4], poolSize);
+  out.Put32(&head[8], shape.events);
+  out.Put32(&head[12], 0x40000000u);
+  out.Put32(&head[16], 0x40000000u + start * kSlotSize);
+  out.Put32(&head[20], 1000000);
   for (uint32_t k = 0; k < shape.threads; k++) {
-    unsigned char *entry = &bytes[kHeaderSize + k * kThreadEntrySize];
+    unsigned char *entry = &head[kHeaderSize + k * kThreadEntrySize];
     snprintf(reinterpret_cast<char *>(entry), 34, "worker_thread_%u", k);
     entry[34] = 1;
     out.Put32(entry + 36, ThreadId(k));
     out.Put32(entry + 40, 1 + k % 31);
   }
-  unsigned char *pool = &bytes[kHeaderSize + shape.threads * kThreadEntrySize];
-  Simulation simulation(shape.threads, out);
-  for (uint32_t i = 0; i < shape.events; i++) {
-    simulation.NextSlot(pool + ((start + i) % shape.events) * kSlotSize);
-  }
   FILE *file = fopen(path.c_str(), "wb");
   if (file == nullptr) return false;
-  const bool ok = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  bool ok = fwrite(head.data(), 1, head.size(), file) == head.size();
+
+  /* The pool in walk order, a chunk at a time, each chunk at its place in
+   * the ring, so that memory stays small for dumps of any size. */
+  Simulation simulation(shape.threads, out);
+  constexpr uint32_t kChunkSlots = 1 << 16;
+  std::vector<unsigned char> chunk(size_t{kChunkSlots} * kSlotSize);
+  for (uint32_t done = 0; ok && done < shape.events;) {
+    const uint32_t slot = (start + done) % shape.events;
+    const uint32_t n = std::min({kChunkSlots, shape.events - done, shape.events - slot});  // up to the wrap
+    for (uint32_t i = 0; i < n; i++) simulation.NextSlot(&chunk[size_t{i} * kSlotSize]);
+    const long at = static_cast<long>(head.size() + size_t{slot} * kSlotSize);
+    ok = fseek(file, at, SEEK_SET) == 0 && fwrite(chunk.data(), kSlotSize, n, file) == n;
+    done += n;
+  }
   return fclose(file) == 0 && ok;
 }
 
