@@ -31,6 +31,7 @@
 #include "indgen.h"
 #include "indgeninit.h"
 #include "kq_io.h"
+#include "kq_io_files.h"
 #include "kq_io_format.h"
 #include "kq_junk.h"
 #include "kq_misc.h"
@@ -141,40 +142,6 @@ void InsertOrDrop(kq_State *state, kq_StateObject *object) {
 }
 
 /* ---- Opening ----------------------------------------------------------------- */
-
-/* What kq_OpenForUse makes before the handle exists; the destructor closes
- * and frees whatever was not handed over. */
-struct Opening {
-  char *streamName = nullptr;
-  char *indexName = nullptr;
-  char *headerName = nullptr;
-  GFile *streamFile = nullptr;
-  GFile *indexFile = nullptr;
-  GFile *headerFile = nullptr;
-
-  Opening() = default;
-  Opening(const Opening &) = delete;
-  Opening &operator=(const Opening &) = delete;
-  ~Opening() {
-    if (headerFile != nullptr) gf_close(headerFile);
-    if (streamFile != nullptr) gf_close(streamFile);
-    if (indexFile != nullptr) gf_close(indexFile);
-    gen_free(streamName);
-    gen_free(indexName);
-    gen_free(headerName);
-  }
-
-  void HandOver(kq_DB *db) {
-    db->streamFile = streamFile;
-    db->indexFile = indexFile;
-    db->headerFile = headerFile;
-    db->streamName = streamName;
-    db->indexName = indexName;
-    db->headerName = headerName;
-    streamFile = indexFile = headerFile = nullptr;
-    streamName = indexName = headerName = nullptr;
-  }
-};
 
 /* The .kqv fields behind the header.  Nothing is checked: a damaged field
  * gives a wrong value, and a name longer than the file gives the bytes that
@@ -408,13 +375,8 @@ extern "C" int GetTimePos(GFile *file, uint64_t *time, uint32_t *position) {
 
 extern "C" kq_DB *kq_OpenForUse(const char *base) {
   if (base == nullptr) return nullptr;
-  Opening made;
-  made.streamName = gen_concat(base, KQ_SUFFIX_STREAM);
-  made.indexName = gen_concat(base, KQ_SUFFIX_INDEX);
-  made.headerName = gen_concat(base, KQ_SUFFIX_HEADER);
-  if (made.streamName == nullptr || made.indexName == nullptr || made.headerName == nullptr) {
-    return nullptr;
-  }
+  kqio::DatabaseFiles made;
+  if (!made.NameAfter(base)) return nullptr;
   /* .kqv comes to exist last when a database is made: when it is there,
    * the other two are complete with their headers. */
   made.headerFile = gf_open_for_read(nullptr, nullptr, made.headerName);

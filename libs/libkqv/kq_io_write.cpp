@@ -27,6 +27,7 @@
 #include "indgen.h"
 #include "indgeninit.h"
 #include "kq_io.h"
+#include "kq_io_files.h"
 #include "kq_io_format.h"
 #include "kq_io_write.h"
 #include "kq_misc.h"
@@ -69,42 +70,11 @@ void PatchTag(GFile *gf, int32_t tagPosition, uint32_t tag) {
 
 /* ---- Creation ------------------------------------------------------------ */
 
-/* What kq_OpenForCreation makes before the handle exists; on failure the
- * destructor closes the files that are open and frees the names.  Files
- * already made stay on the disk. */
-struct Creation {
-  char *streamName = nullptr;
-  char *indexName = nullptr;
-  char *headerName = nullptr;
+/* What kq_OpenForCreation makes before the handle exists: the database's
+ * files and, until the end, the temporary name of its .kqv. */
+struct Creation : kqio::DatabaseFiles {
   char *temporaryName = nullptr;
-  GFile *streamFile = nullptr;
-  GFile *indexFile = nullptr;
-  GFile *headerFile = nullptr;
-
-  Creation() = default;
-  Creation(const Creation &) = delete;
-  Creation &operator=(const Creation &) = delete;
-  ~Creation() {
-    if (streamFile != nullptr) gf_close(streamFile);
-    if (indexFile != nullptr) gf_close(indexFile);
-    if (headerFile != nullptr) gf_close(headerFile);
-    gen_free(streamName);
-    gen_free(indexName);
-    gen_free(headerName);
-    gen_free(temporaryName);
-  }
-
-  /* Gives the names and files to db; the temporary name stays here. */
-  void HandOver(kq_DB *db) {
-    db->streamFile = streamFile;
-    db->indexFile = indexFile;
-    db->headerFile = headerFile;
-    db->streamName = streamName;
-    db->indexName = indexName;
-    db->headerName = headerName;
-    streamFile = indexFile = headerFile = nullptr;
-    streamName = indexName = headerName = nullptr;
-  }
+  ~Creation() { gen_free(temporaryName); }
 };
 
 /* Step 2: a free name with the suffix "tmp" in the directory for
@@ -284,14 +254,9 @@ extern "C" kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond,
                                      kq_SaveStateFunc saveStateChange) {
   if (base == nullptr) return nullptr;
   Creation made;
-  made.streamName = gen_concat(base, KQ_SUFFIX_STREAM);
-  made.indexName = gen_concat(base, KQ_SUFFIX_INDEX);
-  made.headerName = gen_concat(base, KQ_SUFFIX_HEADER);
+  const bool named = made.NameAfter(base);
   made.temporaryName = TemporaryName();
-  if (made.streamName == nullptr || made.indexName == nullptr || made.headerName == nullptr ||
-      made.temporaryName == nullptr) {
-    return nullptr;
-  }
+  if (!named || made.temporaryName == nullptr) return nullptr;
 
   /* Rule (4): the old .kqv goes first. */
   if (!RemoveIfThere(made.headerName) || !RemoveIfThere(made.indexName) ||
