@@ -29,25 +29,15 @@
 
 #include "indgeninit.h"
 #include "kq_io.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
+#include "test_random.h"
 
 namespace {
 
 // ---- Writing the databases ----------------------------------------------------
 
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed) {}
-  uint32_t Next() {
-    state_ = state_ * 6364136223846793005ull + 1442695040888963407ull;
-    return static_cast<uint32_t>(state_ >> 33);
-  }
-  uint32_t Below(uint32_t n) { return Next() % n; }
-
- private:
-  uint64_t state_;
-};
+using testsupport::Random;
 
 constexpr uint32_t kTasks = 32;
 constexpr uint32_t kTaskBase = 0x20001000u;

@@ -17,12 +17,14 @@ endif()
 # ravelog_add_tests(<library> [LIBS extra...])
 # Builds every tests/*_test.cpp of the calling directory into its own
 # executable linked with GoogleTest, the test support library and <library>.
+# A test also sees the private headers of the folder it tests.
 function(ravelog_add_tests library)
   cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
   file(GLOB test_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/tests/*_test.cpp)
   foreach(source IN LISTS test_sources)
     get_filename_component(name ${source} NAME_WE)
     add_executable(${name} ${source})
+    target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${library} ${ARG_LIBS} test_support
                           GTest::gtest GTest::gtest_main project_options)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60

@@ -17,6 +17,7 @@
 #include <cstdint>
 
 #include "corefile_builder.h"
+#include "test_random.h"
 
 namespace testsupport {
 namespace {
@@ -24,19 +25,6 @@ namespace {
 constexpr uint32_t kSlots = 512;
 constexpr uint32_t kStartSlot = 317;
 constexpr uint32_t kV1Records = 300;
-
-class Lcg {
- public:
-  explicit Lcg(uint32_t seed) : state_(seed) {}
-  uint32_t Next() {
-    state_ = state_ * 1664525u + 1013904223u;
-    return state_ >> 8;
-  }
-  uint32_t Below(uint32_t n) { return Next() % n; }
-
- private:
-  uint32_t state_;
-};
 
 struct SampleThread {
   const char *name;
@@ -79,7 +67,7 @@ struct Event {
 };
 
 std::vector<Event> SimulateEvents(size_t count) {
-  Lcg random(0x5eed2024u);
+  Random random(0x5eed2024u);
   std::vector<Event> events;
   int running = 1;
   while (events.size() < count) {
@@ -148,7 +136,7 @@ std::string BuildDump(Endian order, const std::vector<Event> &events) {
   Corefile core = Corefile::V2(order, kSlots * 32);
   core.Location(0x20010000).StartOffset(kStartSlot * 32).TimerHz(1000000);
   AddThreads(core);
-  Lcg gaps(0x71c4u);
+  Random gaps(0x71c4u);
   uint64_t time = (uint64_t{0x00000002} << 32) | 0xFFFF8000u;
   for (uint32_t i = 0; i < kSlots; i++) {
     const Event &event = events[i];
@@ -185,7 +173,7 @@ std::string BuildV1Dump(Endian order, const std::vector<Event> &events) {
   Corefile core = Corefile::V1(order, size);
   core.TimerHz(1000000).EQsize(size).Evploc(0x20010000).Qhead(0x20010000 + oldest);
   AddThreads(core);
-  Lcg random(0xf111e7u);
+  Random random(0xf111e7u);
   uint64_t time = (uint64_t{0x00000002} << 32) | 0xFFFF8000u;
   uint32_t offset = oldest;
   bool wrapped = false;

@@ -6,25 +6,14 @@
 #include <cstring>
 #include <vector>
 
+#include "test_random.h"
+
 namespace testsupport {
 namespace {
 
 constexpr uint32_t kSlotSize = 32;
 constexpr uint32_t kHeaderSize = 24;
 constexpr uint32_t kThreadEntrySize = 44;
-
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed) {}
-  uint32_t Next() {
-    state_ = state_ * 6364136223846793005ull + 1442695040888963407ull;
-    return static_cast<uint32_t>(state_ >> 33);
-  }
-  uint32_t Below(uint32_t n) { return Next() % n; }
-
- private:
-  uint64_t state_;
-};
 
 uint32_t ThreadId(uint32_t k) { return 0x20001000u + k * 0x1C0u; }
 

@@ -6,7 +6,7 @@
  */
 #include "ravelog.h"
 
-#include "kq_junk.h"
+#include "kq_byteorder.h"
 
 /* ---- Tables --------------------------------------------------------------- */
 

@@ -10,7 +10,7 @@
 #include <cstddef>
 
 #include "indgen.h"
-#include "kq_junk.h"
+#include "kq_byteorder.h"
 
 static_assert(sizeof(cv_ThreadEntry) == 44, "a thread list entry is 44 bytes in the file");
 static_assert(offsetof(cv_ThreadEntry, valid) == 34);

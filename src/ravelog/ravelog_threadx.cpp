@@ -22,7 +22,7 @@
  * A name without a zero byte in its 31 bytes is 31 long and is stored
  * without a terminator, so it never spills into the byte behind the field.
  *
- * Task layout and numbers: kq_misc.h.  Values are big-endian whatever the
+ * Task layout and numbers: kq_state.h.  Values are big-endian whatever the
  * host or target.
  *
  * The sweep of a context switch sends every thread at status 3 to 0, in
@@ -45,8 +45,8 @@
 #include <vector>
 
 #include "kq_error.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 #include "ravelog.h"
 
 namespace {

@@ -14,8 +14,8 @@
 #include "gen_capture.h"
 #include "hex_bytes.h"
 #include "indgeninit.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 #include "ravelog.h"
 #include "temp_dir.h"
 

@@ -1,5 +1,5 @@
 /*
- * kq_misc.cpp - state objects and their tables, the three kinds of state
+ * kq_state.cpp - state objects and their tables, the three kinds of state
  * change (recorded by trackers on the write side, applied by both sides),
  * and the Task with kq_KeepTaskID, the one way a Task comes to exist.
  *
@@ -8,9 +8,9 @@
  * application did: a New of an existing object, a Mod that doesn't fit and a
  * Del of nothing are all in the stream, and a reader that applies them sees
  * the same lack of effect.  Layout of the records: kq_io_format.h; layout of
- * the Task value: kq_misc.h.
+ * the Task value: kq_state.h.
  */
-#include "kq_misc.h"
+#include "kq_state.h"
 
 #include <cstddef>
 #include <cstdio>
@@ -19,7 +19,7 @@
 #include "indgeninit.h"
 #include "kq_io_format.h"
 #include "kq_io_write.h"
-#include "kq_junk.h"
+#include "kq_byteorder.h"
 
 /* ---- Layout checks ------------------------------------------------------ */
 

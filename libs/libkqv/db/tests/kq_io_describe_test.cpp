@@ -11,7 +11,7 @@
 #include "hex_bytes.h"
 #include "indgeninit.h"
 #include "kq_io.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 
 using testsupport::HexBytes;
 

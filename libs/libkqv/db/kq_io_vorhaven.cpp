@@ -2,7 +2,7 @@
  * kq_io_vorhaven.cpp - state tracking for event logs of the small real-time
  * kernel whose services the kernel call table names (kq_io_names.cpp).  A
  * converter for such logs passes kq_SaveStateChange_Vorhaven to
- * kq_OpenForCreation.  It keeps Task objects (type 0, kq_misc.h) up to date
+ * kq_OpenForCreation.  It keeps Task objects (type 0, kq_state.h) up to date
  * through kq_KeepTaskID and Mods, and compares before it writes wherever a
  * value may already be right, so that repeated facts add nothing to the
  * stream.  No task is ever deleted.
@@ -52,8 +52,8 @@
 #include <cstring>
 
 #include "kq_io.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include "hex_bytes.h"
 #include "indgeninit.h"
 #include "kq_io.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 #include "temp_dir.h"
 
 using testsupport::HexBytes;

@@ -18,7 +18,7 @@
 #include "kq_io.h"
 #include "kq_io_format.h"
 #include "kq_io_read.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 /*
- * kq_junk.h - byte order and 64-bit helpers of libkqv.
+ * kq_byteorder.h - byte order and 64-bit helpers of libkqv.
  *
  * A target's numbers reach the host as bytes in the target's order; these
  * functions read them as numbers whatever the host's order, give the
@@ -7,8 +7,8 @@
  * 64-bit tick counts that times are made of.  Nothing here allocates, prints
  * or fails; the only state is one static test value behind WeAreLittleEndian.
  */
-#ifndef RAVELOG_KQ_JUNK_H
-#define RAVELOG_KQ_JUNK_H
+#ifndef RAVELOG_KQ_BYTEORDER_H
+#define RAVELOG_KQ_BYTEORDER_H
 
 #include <stdint.h>
 
@@ -63,4 +63,4 @@ void Swapif(uint8_t isBigEndian, void *bytes, int n);
 }
 #endif
 
-#endif /* RAVELOG_KQ_JUNK_H */
+#endif /* RAVELOG_KQ_BYTEORDER_H */

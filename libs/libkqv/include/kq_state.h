@@ -1,5 +1,5 @@
 /*
- * kq_misc.h - state objects and state changes: the hash-table callbacks that
+ * kq_state.h - state objects and state changes: the hash-table callbacks that
  * make a table of objects, recording changes into a database's stream (for
  * trackers), applying changes to tables (for both sides), and the Task, the
  * one object type, with kq_KeepTaskID.  The records (kq_State,
@@ -24,8 +24,8 @@
  * of 85 bytes: 00, 00 00, 00 00 12 34, 00 4C, then 00 03 01 00 FF FF FF FF
  * 00 and 67 bytes 00.
  */
-#ifndef RAVELOG_KQ_MISC_H
-#define RAVELOG_KQ_MISC_H
+#ifndef RAVELOG_KQ_STATE_H
+#define RAVELOG_KQ_STATE_H
 
 #include <stdint.h>
 
@@ -137,4 +137,4 @@ void kq_UpdateStateFromStateAndEvent(kq_State *state, const kq_Event *event);
 }
 #endif
 
-#endif /* RAVELOG_KQ_MISC_H */
+#endif /* RAVELOG_KQ_STATE_H */

@@ -4,7 +4,7 @@
  * the fields of a type, the description of a field, the named values of the
  * Status, and the value of one field of one object as a host-order number
  * or a text.  Everything here is fixed in the code; the files hold no such
- * table.  The Task value's layout is in kq_misc.h.
+ * table.  The Task value's layout is in kq_state.h.
  *
  * Only kq_GetValueIfIsKnown looks at the handle, for its format version:
  * from version 3 on the Name field reads "second name, separator, name".
@@ -17,8 +17,8 @@
 #include "indgeninit.h"
 #include "kq_io.h"
 #include "kq_io_format.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 
 namespace {
 

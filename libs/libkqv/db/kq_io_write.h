@@ -1,9 +1,9 @@
 /*
  * kq_io_write.h - internal to libkqv: the writer's appenders of state change
- * records, which the recording functions of kq_misc.cpp call after they
+ * records, which the recording functions of kq_state.cpp call after they
  * have applied a change to the tables.  All writing of a database's stream
  * happens in kq_io_write.cpp; these keep it there.  Not for trackers, which
- * record through kq_SaveStateChangeNew/Mod/Del (kq_misc.h).
+ * record through kq_SaveStateChangeNew/Mod/Del (kq_state.h).
  *
  * Each appends one record (layout in kq_io_format.h) at the stream's current
  * position, which during a callback stands behind the event's payload or the

@@ -1,9 +1,9 @@
 /*
- * kq_junk.cpp - byte order and 64-bit helpers.  Numbers are put together
+ * kq_byteorder.cpp - byte order and 64-bit helpers.  Numbers are put together
  * from their bytes with shifts, so no result depends on the host's byte
  * order except where a function asks about the host itself.
  */
-#include "kq_junk.h"
+#include "kq_byteorder.h"
 
 #include <cstring>
 #include <utility>

@@ -30,7 +30,7 @@
 #include "kq_io_files.h"
 #include "kq_io_format.h"
 #include "kq_io_write.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 
 static_assert(KQ_INDEX_ENTRY_SIZE == 1 + 8 + 4, "an index entry is its tag, a U8 and a U4");
 static_assert(KQ_FIRST_POSITION == GF_HEADER_SIZE, "the files start behind the GFile header");

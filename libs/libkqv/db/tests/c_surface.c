@@ -16,9 +16,8 @@
 #include "indgfile.h"
 #include "kq_error.h"
 #include "kq_io.h"
-#include "kq_io_format.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 
 static int failures = 0;
 
@@ -69,7 +68,7 @@ static void database_from_c(void) {
   CHECK(kq_AddEventFromRawBytes(db, 0, 6, 0x20003u, NULL, 0) == 1);
   kq_Close(db);
 
-  const char *suffixes[3] = {KQ_SUFFIX_HEADER, KQ_SUFFIX_STREAM, KQ_SUFFIX_INDEX};
+  const char *suffixes[3] = {".kqv", ".kqs", ".kqi"};
   const int sizes[3] = {41, 71, 34};
   for (int i = 0; i < 3; i++) {
     char *name = gen_concat(base, suffixes[i]);

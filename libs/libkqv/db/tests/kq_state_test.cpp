@@ -2,7 +2,7 @@
 // New, Mod and Del (boundaries, filters, the used table), lists of changes,
 // the messages for unknown kinds, recording into a stream (the records'
 // bytes, recorded whatever the application did) and kq_KeepTaskID.
-#include "kq_misc.h"
+#include "kq_state.h"
 
 #include <gtest/gtest.h>
 

@@ -20,8 +20,8 @@
 #include "kq_io.h"
 #include "kq_io_format.h"
 #include "kq_io_read.h"
-#include "kq_junk.h"
-#include "kq_misc.h"
+#include "kq_byteorder.h"
+#include "kq_state.h"
 
 static_assert(offsetof(kq_EventIter, position) < offsetof(kq_EventIter, eventNumber),
               "kq_EventIter fields are in the documented order");

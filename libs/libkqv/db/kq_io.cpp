@@ -9,7 +9,7 @@
 #include <cstddef>
 
 #include "indgeninit.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 
 /* ---- Layout checks ------------------------------------------------------ */
 

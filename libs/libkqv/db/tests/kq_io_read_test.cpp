@@ -17,7 +17,7 @@
 #include "indgeninit.h"
 #include "kq_io.h"
 #include "kq_io_read.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 #include "kq_scripted_db.h"
 #include "temp_dir.h"
 

@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "kq_io.h"
-#include "kq_misc.h"
+#include "kq_state.h"
 
 namespace scripted {
 

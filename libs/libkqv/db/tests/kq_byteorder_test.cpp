@@ -1,7 +1,7 @@
 // Tests of the byte order and 64-bit helpers: conversions pinned by their
 // bytes in memory, the carry of IncrementUInt64, the reversed and half-signed
 // comparison of CmpUInt64, and the in-place swaps.
-#include "kq_junk.h"
+#include "kq_byteorder.h"
 
 #include <gtest/gtest.h>
 

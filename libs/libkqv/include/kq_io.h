@@ -17,7 +17,7 @@
  * kq_DeleteState, kq_DeleteEventIter, kq_DeleteFieldDesc).
  *
  * State objects and state changes (kq_State, kq_StateObject, StateChange and
- * the functions that record and apply changes) are declared in kq_misc.h.
+ * the functions that record and apply changes) are declared in kq_state.h.
  */
 #ifndef RAVELOG_KQ_IO_H
 #define RAVELOG_KQ_IO_H
@@ -43,7 +43,7 @@ typedef struct kq_State {
 } kq_State;
 
 /* One state object, keyed by (type, id).  Type 0 is the Task, whose value is
- * the 76-byte layout of kq_misc.h. */
+ * the 76-byte layout of kq_state.h. */
 typedef struct kq_StateObject {
   uint16_t type;
   uint32_t id;
@@ -95,7 +95,7 @@ typedef struct kq_DB kq_DB;
  * each event, after the event's fields and payload are in the stream and
  * with the stream positioned where the first state change belongs.  It
  * records changes only through kq_SaveStateChangeNew/Mod/Del or
- * kq_KeepTaskID (kq_misc.h) and writes nothing else.  current and used are
+ * kq_KeepTaskID (kq_state.h) and writes nothing else.  current and used are
  * the tables of db->currentState and db->usedState.  Returns nonzero for
  * success; 0 makes kq_AddEventFromRawBytes fail.  The event lives for the
  * call only; changes made to it reach neither the file nor the next call. */
