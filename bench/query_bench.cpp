@@ -31,6 +31,7 @@
 #include "kq_io.h"
 #include "kq_byteorder.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 #include "test_random.h"
 
 namespace {

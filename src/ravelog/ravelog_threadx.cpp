@@ -2,7 +2,7 @@
  * ravelog_threadx.cpp - ThreadX state tracking: the callback that the
  * database calls for every record added, which turns the event into changes
  * of thread objects (Tasks, object type 0, keyed by Thread ID).  Threads are
- * made by kq_KeepTaskID and brought up to date by kq_SaveStateChangeMod; no
+ * made by kq_KeepTaskID and brought up to date by Mods; no
  * thread is ever deleted.  The running thread is whichever has status 3.
  *
  * What an event's payload must hold, by type (word = 4 bytes in the log's
@@ -22,6 +22,7 @@
  * A name without a zero byte in its 31 bytes is 31 long and is stored
  * without a terminator, so it never spills into the byte behind the field.
  *
+ * Threads change through the library's trackers' interface (kq_tracker.h).
  * Task layout and numbers: kq_state.h.  Values are big-endian whatever the
  * host or target.
  *
@@ -41,12 +42,12 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
-#include <tuple>
 #include <vector>
 
 #include "kq_error.h"
 #include "kq_byteorder.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 #include "ravelog.h"
 
 namespace {
@@ -106,7 +107,7 @@ class RunningThreads {
    * and its own current table. */
   void Begin(kq_DB *db, HT_PT current) {
     const bool same = db != nullptr && db == db_ && current == table_ &&
-                      db->currentState != nullptr && current == db->currentState->table;
+                      current == kq_GetCurrentTable(db);
     if (!same) Forget();
     db_ = db;
     table_ = current;
@@ -150,67 +151,37 @@ int KeepTask(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, const char *name
   return created;
 }
 
-/* One tracked event: the database, its current table and the thread. */
-class Tracker {
+/* The thread of a tracked event, to be brought up to date through the
+ * library's Task helpers; every status given is noted in the running set. */
+class Thread {
  public:
-  Tracker(kq_DB *db, HT_PT current, uint32_t id) : db_(db), current_(current), id_(id) {}
+  Thread(kq_DB *db, HT_PT current, uint32_t id, kq_StateObject *found)
+      : task_{db, current, id, TaskValue(found)} {}
 
-  /* Stores count bytes at offset of this thread's value. */
-  void Store(uint16_t offset, uint8_t count, const void *bytes) const {
-    kq_SaveStateChangeMod(db_, current_, KQ_TYPE_TASK, id_, offset, count, bytes);
-    if (offset == KQ_TASK_STATUS && count >= 2) {
-      runningThreads.Note(id_, static_cast<uint16_t>(kq_ConvertToHostOrder2(1, bytes)));
-    }
+  void SetStatus(uint16_t status) const {
+    kq_TaskSetStatus(&task_, status);
+    kq_TaskMarkKnown(&task_, KQ_TASK_STATUS_KNOWN);
+    runningThreads.Note(task_.id, status);
   }
-
-  /* Status to `status` unless it is so already; then statusKnown. */
-  void UpdateStatus(const uint8_t *value, uint16_t status) const {
-    const uint16_t image = kq_ConvertToBigEndian2(status);
-    if (memcmp(value + KQ_TASK_STATUS, &image, sizeof image) != 0) {
-      Store(KQ_TASK_STATUS, sizeof image, &image);
-    }
-    MarkKnown(value, KQ_TASK_STATUS_KNOWN);
+  void UpdateStatus(uint16_t status) const {
+    kq_TaskUpdateStatus(&task_, status);
+    runningThreads.Note(task_.id, status);
   }
-
-  /* Priority from the log's four bytes unless it is so already; then
-   * priorityKnown. */
-  void UpdatePriority(const uint8_t *value, const uint8_t *logPriority) const {
-    const uint32_t image = kq_ConvertToBigEndian4(kq_ConvertToHostOrder4(LogOrder(db_), logPriority));
-    if (memcmp(value + KQ_TASK_PRIORITY, &image, sizeof image) != 0) {
-      Store(KQ_TASK_PRIORITY, sizeof image, &image);
-    }
-    MarkKnown(value, KQ_TASK_PRIORITY_KNOWN);
+  void UpdatePriority(const uint8_t *logPriority) const {
+    kq_TaskUpdatePriority(&task_, logPriority);
   }
-
-  /* The name (31 bytes, zero-padded) unless the stored name starts with
-   * it; then nameKnown. */
-  void UpdateName(const uint8_t *value, const char *name) const {
-    const size_t length = strnlen(name, KQ_TASK_NAME_SIZE);
-    if (memcmp(value + KQ_TASK_NAME, name, length) != 0) {
-      /* With its terminator, unless the name fills the field. */
-      const size_t count = std::min<size_t>(length + 1, KQ_TASK_NAME_SIZE);
-      Store(KQ_TASK_NAME, static_cast<uint8_t>(count), name);
-    }
-    MarkKnown(value, KQ_TASK_NAME_KNOWN);
-  }
-
-  void MarkKnown(const uint8_t *value, uint16_t flagOffset) const {
-    static const uint8_t kOne = 1;
-    if (value[flagOffset] == 0) Store(flagOffset, 1, &kOne);
-  }
+  void UpdateName(const char *name) const { kq_TaskUpdateName(&task_, 0, name, 0); }
 
  private:
-  kq_DB *db_;
-  HT_PT current_;
-  uint32_t id_;
-};
+  /* The value of a found thread.  Every Task in the table was made by
+   * kq_KeepTaskID and has the full 76 bytes. */
+  static const uint8_t *TaskValue(kq_StateObject *found) {
+    assert(found->length >= KQ_TASK_VALUE_SIZE);
+    return kq_GetStateObjectValue(found);
+  }
 
-/* The value of a found thread.  Every Task in the table was made by
- * kq_KeepTaskID and has the full 76 bytes. */
-const uint8_t *TaskValue(kq_StateObject *found) {
-  assert(found->length >= KQ_TASK_VALUE_SIZE);
-  return kq_GetStateObjectValue(found);
-}
+  kq_TaskRef task_;
+};
 
 /* Whether object is a Task at status 3. */
 bool IsRunningTask(const kq_StateObject *object) {
@@ -222,23 +193,19 @@ bool IsRunningTask(const kq_StateObject *object) {
  * spareIt holds, in walk order.  False, with nothing stored, when a thread
  * of the set isn't a running Task of the table (the set is then stale). */
 bool SweepKnown(kq_DB *db, HT_PT current, bool spareIt, uint32_t spared) {
-  std::vector<std::tuple<uint32_t, uint32_t, uint32_t>> order;  // bucket, depth, id
+  std::vector<uint32_t> order;
   for (uint32_t id : runningThreads.ids()) {
     if (spareIt && id == spared) continue;
-    kq_StateObject key{KQ_TYPE_TASK, id, 0, nullptr};
-    void *stored = nullptr;
-    uint32_t bucket = 0, depth = 0;
-    if (!HT_FindItem(current, &key, &stored, nullptr) ||
-        !IsRunningTask(static_cast<kq_StateObject *>(stored)) ||
-        !HT_GetWalkPosition(current, &key, &bucket, &depth)) {
-      return false;
-    }
-    order.emplace_back(bucket, depth, id);
+    const kq_StateObject *object = kq_FindStateObject(current, KQ_TYPE_TASK, id);
+    if (object == nullptr || !IsRunningTask(object)) return false;
+    order.push_back(id);
   }
-  std::sort(order.begin(), order.end());
+  if (!kq_SortIdsInTableOrder(current, KQ_TYPE_TASK, order.data(),
+                              static_cast<uint32_t>(order.size()))) {
+    return false;
+  }
   const uint16_t ready = kq_ConvertToBigEndian2(kReady);
-  for (const auto &place : order) {
-    const uint32_t id = std::get<2>(place);
+  for (const uint32_t id : order) {
     kq_SaveStateChangeMod(db, current, KQ_TYPE_TASK, id, KQ_TASK_STATUS, sizeof ready, &ready);
     runningThreads.Note(id, kReady);
   }
@@ -282,17 +249,14 @@ int ContextSwitch(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
   const bool created = KeepTask(id, db, current, used, nullptr, kRunning, nullptr, &found) != 0;
   SweepRunning(db, current, created, id);
   if (created) return 1;
-  const Tracker thread(db, current, id);
-  const uint16_t running = kq_ConvertToBigEndian2(kRunning);
-  thread.Store(KQ_TASK_STATUS, sizeof running, &running);  // whatever it was
-  thread.MarkKnown(TaskValue(found), KQ_TASK_STATUS_KNOWN);
+  Thread(db, current, id, found).SetStatus(kRunning);  // whatever it was
   return 1;
 }
 
 int ServiceCall(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
   kq_StateObject *found = nullptr;
   if (KeepTask(id, db, current, used, nullptr, kRunning, nullptr, &found)) return 1;
-  Tracker(db, current, id).UpdateStatus(TaskValue(found), kRunning);
+  Thread(db, current, id, found).UpdateStatus(kRunning);
   return 1;
 }
 
@@ -302,11 +266,10 @@ int StatusAndPriority(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_
                       const uint8_t *priority, const char *name) {
   kq_StateObject *found = nullptr;
   if (KeepTask(id, db, current, used, name, status, priority, &found)) return 1;
-  const uint8_t *value = TaskValue(found);
-  const Tracker thread(db, current, id);
-  thread.UpdateStatus(value, status);
-  if (priority != nullptr) thread.UpdatePriority(value, priority);
-  if (name != nullptr) thread.UpdateName(value, name);
+  const Thread thread(db, current, id, found);
+  thread.UpdateStatus(status);
+  if (priority != nullptr) thread.UpdatePriority(priority);
+  if (name != nullptr) thread.UpdateName(name);
   return 1;
 }
 

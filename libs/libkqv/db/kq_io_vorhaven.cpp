@@ -2,10 +2,10 @@
  * kq_io_vorhaven.cpp - state tracking for event logs of the small real-time
  * kernel whose services the kernel call table names (kq_io_names.cpp).  A
  * converter for such logs passes kq_SaveStateChange_Vorhaven to
- * kq_OpenForCreation.  It keeps Task objects (type 0, kq_state.h) up to date
- * through kq_KeepTaskID and Mods, and compares before it writes wherever a
- * value may already be right, so that repeated facts add nothing to the
- * stream.  No task is ever deleted.
+ * kq_OpenForCreation.  It keeps Task objects (type 0, kq_state.h) up to
+ * date through the trackers' interface (kq_tracker.h), and compares before
+ * it writes wherever a value may already be right, so that repeated facts
+ * add nothing to the stream.  No task is ever deleted.
  *
  * Two things are this kernel's own.  Tasks fall into groups by the low ten
  * bits of their ids (id & 0x3FF): a task change makes the running task of
@@ -54,6 +54,7 @@
 #include "kq_io.h"
 #include "kq_byteorder.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 
 namespace {
 
@@ -93,76 +94,11 @@ struct Payload {
   }
 };
 
-/* ---- Changes of one task ----------------------------------------------------- */
-
-/* Records Mods of one task's value.  `value` is the task's value as the
- * table holds it, read for the comparisons; the Mods change it in place. */
-class TaskUpdate {
- public:
-  TaskUpdate(kq_DB *db, HT_PT current, uint32_t id, const uint8_t *value)
-      : db_(db), current_(current), id_(id), value_(value) {}
-
-  void Store(uint16_t offset, uint8_t count, const void *bytes) const {
-    kq_SaveStateChangeMod(db_, current_, KQ_TYPE_TASK, id_, offset, count, bytes);
-  }
-
-  void SetStatus(uint16_t status) const {
-    const uint16_t image = kq_ConvertToBigEndian2(status);
-    Store(KQ_TASK_STATUS, sizeof image, &image);
-  }
-
-  void MarkKnown(uint16_t flagOffset) const {
-    static const uint8_t kOne = 1;
-    if (value_[flagOffset] == 0) Store(flagOffset, 1, &kOne);
-  }
-
-  /* The status where it differs, then statusKnown. */
-  void UpdateStatus(uint16_t status) const {
-    const uint16_t image = kq_ConvertToBigEndian2(status);
-    if (memcmp(value_ + KQ_TASK_STATUS, &image, sizeof image) != 0) {
-      Store(KQ_TASK_STATUS, sizeof image, &image);
-    }
-    MarkKnown(KQ_TASK_STATUS_KNOWN);
-  }
-
-  /* The priority (four bytes in the target's order) where it differs, then
-   * priorityKnown. */
-  void UpdatePriority(const uint8_t *targetPriority) const {
-    const uint8_t order = kq_IsBigEndian(db_) != 0 ? 1 : 0;
-    const uint32_t image = kq_ConvertToBigEndian4(kq_ConvertToHostOrder4(order, targetPriority));
-    if (memcmp(value_ + KQ_TASK_PRIORITY, &image, sizeof image) != 0) {
-      Store(KQ_TASK_PRIORITY, sizeof image, &image);
-    }
-    MarkKnown(KQ_TASK_PRIORITY_KNOWN);
-  }
-
-  /* A name field (31 bytes at `offset`, known flag at `flagOffset`) from
-   * `name`, 31 bytes.  Only the characters of name's string are compared,
-   * so a stored name that goes on behind them counts as equal.  Writes the
-   * string with its NUL (or all 31 bytes when it has none) when it differs
-   * or when `rewrite` says so; then the known flag.  Returns whether the
-   * string differed. */
-  bool UpdateName(uint16_t offset, uint16_t flagOffset, const char *name, bool rewrite) const {
-    const size_t length = strnlen(name, KQ_TASK_NAME_SIZE);
-    const bool differs = memcmp(value_ + offset, name, length) != 0;
-    if (differs || rewrite) {
-      const size_t count = std::min<size_t>(length + 1, KQ_TASK_NAME_SIZE);
-      Store(offset, static_cast<uint8_t>(count), name);
-    }
-    MarkKnown(flagOffset);
-    return differs;
-  }
-
- private:
-  kq_DB *db_;
-  HT_PT current_;
-  uint32_t id_;
-  const uint8_t *value_;
-};
-
 /* The value of a task that kq_KeepTaskID found; every Task of the table was
  * made by it and has the whole 76 bytes. */
-const uint8_t *ValueOf(kq_StateObject *found) { return kq_GetStateObjectValue(found); }
+kq_TaskRef TaskOf(kq_DB *db, HT_PT current, uint32_t id, kq_StateObject *found) {
+  return kq_TaskRef{db, current, id, kq_GetStateObjectValue(found)};
+}
 
 /* Calls visit(object) for each Task of `group` in current, in table order,
  * which fixes the order of the records it makes.  visit may change values
@@ -202,9 +138,9 @@ void TaskChange(kq_DB *db, HT_PT current, HT_PT used, uint32_t id) {
                           &ready);
   });
   if (created) return;
-  const TaskUpdate task(db, current, id, ValueOf(found));
-  task.SetStatus(kRunning);  // whatever it was, also after the sweep above
-  task.MarkKnown(KQ_TASK_STATUS_KNOWN);
+  const kq_TaskRef task = TaskOf(db, current, id, found);
+  kq_TaskSetStatus(&task, kRunning);  // whatever it was, also after the sweep above
+  kq_TaskMarkKnown(&task, KQ_TASK_STATUS_KNOWN);
 }
 
 /* Every task of the group gets status 10, unread. */
@@ -225,16 +161,12 @@ void StatusAndFacts(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_t 
                     priority, secondName != nullptr, secondName, &found)) {
     return;
   }
-  const TaskUpdate task(db, current, id, ValueOf(found));
-  task.UpdateStatus(status);
-  if (priority != nullptr) task.UpdatePriority(priority);
-  bool nameDiffered = false;
-  if (name != nullptr) {
-    nameDiffered = task.UpdateName(KQ_TASK_NAME, KQ_TASK_NAME_KNOWN, name, false);
-  }
-  if (secondName != nullptr) {
-    task.UpdateName(KQ_TASK_SECOND_NAME, KQ_TASK_SECOND_NAME_KNOWN, secondName, nameDiffered);
-  }
+  const kq_TaskRef task = TaskOf(db, current, id, found);
+  kq_TaskUpdateStatus(&task, status);
+  if (priority != nullptr) kq_TaskUpdatePriority(&task, priority);
+  int nameDiffered = 0;
+  if (name != nullptr) nameDiffered = kq_TaskUpdateName(&task, 0, name, 0);
+  if (secondName != nullptr) kq_TaskUpdateName(&task, 1, secondName, nameDiffered);
 }
 
 void Refresh(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_t status,

@@ -4,8 +4,8 @@
  * record before it in the file (and, for a large file, zeros behind it),
  * so a reader in another process sees whole records only.  Each packet is
  * gathered in memory and handed to GFile in one write; the bytes are the
- * same as field by field.  All writing of a database happens here, through GFile:
- * the .kqv fields, the block openings (object list and snapshot), the event
+ * same as field by field.  All writing of a database happens here, through
+ * GFile: the .kqv fields, the block openings (object list and snapshot), the event
  * packets, the state change records that trackers cause, the index entries
  * and the patching of tags.  Layout and the numbered order of writes that
  * each write site cites: kq_io_format.h.
@@ -77,8 +77,8 @@ struct Creation : kqio::DatabaseFiles {
   ~Creation() { gen_free(temporaryName); }
 };
 
-/* Step 2: a free name with the suffix "tmp" in the directory for
- * temporary files. */
+/* A free name with the suffix "tmp" in the directory for temporary files,
+ * where .kqv is written before it is moved into place. */
 char *TemporaryName() {
   char *joined = gen_sconcat(gen_temp_dir(nullptr), kTemporaryStem);
   if (joined == nullptr) return nullptr;
@@ -87,10 +87,10 @@ char *TemporaryName() {
   return name;
 }
 
-/* Step 4: false when a file of the name exists and can't be removed. */
+/* False when a file of the name exists and can't be removed. */
 bool RemoveIfThere(const char *name) { return !gen_alreadyused(name) || gen_removefile(name) == 0; }
 
-/* Step 11: the .kqv fields behind the header. */
+/* The .kqv fields behind the header. */
 void PutHeaderFields(GFile *gf, uint32_t ticksPerSecond, const char *configName,
                      uint8_t isBigEndian) {
   gf_put_1(gf, KQ_FORMAT_VERSION);
@@ -215,10 +215,10 @@ bool PutStateSave(Block &block, HT_PT current) {
   });
 }
 
-/* Step 4 of adding: what stands between the stream's old 0 tag and the new
- * event's fields when the event opens a block, and the used table of the
- * new block, which starts as every object alive now.  Nothing reaches the
- * stream when a walk fails. */
+/* What stands between the stream's old 0 tag and the new event's fields
+ * when the event opens a block, and the used table of the new block, which
+ * starts as every object alive now.  Nothing reaches the stream when a walk
+ * fails. */
 bool PutBlockOpening(kq_DB *db) {
   HT_PT current = db->currentState->table;
   Block &block = OpeningBuffer();
@@ -231,7 +231,7 @@ bool PutBlockOpening(kq_DB *db) {
   return true;
 }
 
-/* Step 11 of adding: the index entry of a block whose first event is at
+/* The index entry of a block whose first event is at
  * time and whose OBJUSED tag stands at blockPosition in .kqs. */
 void AddIndexEntry(GFile *index, uint64_t time, int32_t blockPosition) {
   const int32_t indexTag = gf_tell(index, nullptr) - 1;
@@ -321,7 +321,7 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
   event.data = static_cast<uint8_t *>(const_cast<void *>(bytes));
   event.changes = nullptr;
 
-  /* Step 7: the fields and, when it is short, the payload in one write. */
+  /* The fields and, when it is short, the payload in one write. */
   Fields<kEventFields + kShortPayload> fields;
   fields.U8(event.time);
   fields.U4(event.length);

@@ -1,13 +1,8 @@
 /*
- * kq_state.cpp - state objects and their tables, the three kinds of state
- * change (recorded by trackers on the write side, applied by both sides),
- * and the Task with kq_KeepTaskID, the one way a Task comes to exist.
- *
- * Recording applies a change to the tables first and then appends its
- * record to the stream through the writer (kq_io_write.h), whatever the
- * application did: a New of an existing object, a Mod that doesn't fit and a
- * Del of nothing are all in the stream, and a reader that applies them sees
- * the same lack of effect.  Layout of the records: kq_io_format.h; layout of
+ * kq_state.cpp - the state model: state objects and their tables, and the
+ * three kinds of state change applied to tables, the same way for the
+ * writer's trackers and for the read side's replay.  It knows nothing of
+ * files: recording a change into a stream is kq_tracker.cpp's.  Layout of
  * the Task value: kq_state.h.
  */
 #include "kq_state.h"
@@ -18,7 +13,6 @@
 
 #include "indgeninit.h"
 #include "kq_io_format.h"
-#include "kq_io_write.h"
 #include "kq_byteorder.h"
 
 /* ---- Layout checks ------------------------------------------------------ */
@@ -45,13 +39,6 @@ constexpr uint32_t kTypeHashSalt = 0x15725246u;
 /* A key for lookups: type and id, no value. */
 kq_StateObject KeyOf(uint16_t type, uint32_t id) { return kq_StateObject{type, id, 0, nullptr}; }
 
-kq_StateObject *FindObject(HT_PT table, uint16_t type, uint32_t id) {
-  const kq_StateObject key = KeyOf(type, id);
-  void *stored = nullptr;
-  if (!HT_FindItem(table, &key, &stored, nullptr)) return nullptr;
-  return static_cast<kq_StateObject *>(stored);
-}
-
 /* A new object owning a copy of length bytes of value (none for 0). */
 kq_StateObject *NewObject(uint16_t type, uint32_t id, uint32_t length, const void *value) {
   auto *object = static_cast<kq_StateObject *>(gen_alloc(1, sizeof(kq_StateObject)));
@@ -77,6 +64,13 @@ int CompareReversed(T a, T b) {
 }  // namespace
 
 /* ---- Tables of objects ---------------------------------------------------- */
+
+extern "C" kq_StateObject *kq_FindStateObject(HT_PT table, uint16_t type, uint32_t id) {
+  const kq_StateObject key = KeyOf(type, id);
+  void *stored = nullptr;
+  if (!HT_FindItem(table, &key, &stored, nullptr)) return nullptr;
+  return static_cast<kq_StateObject *>(stored);
+}
 
 extern "C" kq_State *kq_NewState(void) {
   auto *state = static_cast<kq_State *>(gen_alloc(1, sizeof(kq_State)));
@@ -157,27 +151,6 @@ extern "C" uint32_t kq_GetStateObjectId(kq_StateObject *object) {
   return object != nullptr ? object->id : 0;
 }
 
-/* ---- Recording -------------------------------------------------------------- */
-
-extern "C" void kq_SaveStateChangeNew(kq_DB *db, HT_PT current, HT_PT used, uint16_t type,
-                                      uint32_t id, uint16_t length, const void *value) {
-  if (length != 0 && value == nullptr) return;
-  ApplyStateChangeNew(current, used, type, id, length, value, nullptr, nullptr);
-  PutStateChangeNew(db, type, id, length, value);
-}
-
-extern "C" void kq_SaveStateChangeMod(kq_DB *db, HT_PT current, uint16_t type, uint32_t id,
-                                      uint16_t offset, uint8_t count, const void *bytes) {
-  if (count != 0 && bytes == nullptr) return;
-  ApplyStateChangeMod(current, type, id, offset, count, bytes);
-  PutStateChangeMod(db, type, id, offset, count, bytes);
-}
-
-extern "C" void kq_SaveStateChangeDel(kq_DB *db, HT_PT current, uint16_t type, uint32_t id) {
-  ApplyStateChangeDel(current, type, id);
-  PutStateChangeDel(db, type, id);
-}
-
 /* ---- The Task ----------------------------------------------------------------- */
 
 extern "C" uint8_t *kq_GetSpaceForTask(uint16_t status) {
@@ -188,48 +161,13 @@ extern "C" uint8_t *kq_GetSpaceForTask(uint16_t status) {
   return value;
 }
 
-extern "C" int kq_KeepTaskID(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, uint8_t nameGiven,
-                             const char *name, uint8_t statusGiven, uint16_t status,
-                             uint8_t priorityGiven, const void *priority, uint8_t secondNameGiven,
-                             const char *secondName, kq_StateObject **found) {
-  kq_StateObject *existing = current != nullptr ? FindObject(current, KQ_TYPE_TASK, id) : nullptr;
-  if (found != nullptr) *found = existing;
-  if (existing != nullptr) return 0;
-
-  uint8_t *value = kq_GetSpaceForTask(0);
-  if (statusGiven) {
-    const uint16_t image = kq_ConvertToBigEndian2(status);
-    memcpy(value + KQ_TASK_STATUS, &image, sizeof image);
-    value[KQ_TASK_STATUS_KNOWN] = 1;
-  } else {
-    value[KQ_TASK_STATUS_KNOWN] = 0;
-  }
-  if (priorityGiven && priority != nullptr) {
-    const uint8_t order = db != nullptr ? db->isBigEndian : 0;
-    const uint32_t image = kq_ConvertToBigEndian4(kq_ConvertToHostOrder4(order, priority));
-    memcpy(value + KQ_TASK_PRIORITY, &image, sizeof image);
-    value[KQ_TASK_PRIORITY_KNOWN] = 1;
-  }
-  if (nameGiven && name != nullptr) {
-    memcpy(value + KQ_TASK_NAME, name, KQ_TASK_NAME_SIZE);
-    value[KQ_TASK_NAME_KNOWN] = 1;
-  }
-  if (secondNameGiven && secondName != nullptr) {
-    memcpy(value + KQ_TASK_SECOND_NAME, secondName, KQ_TASK_NAME_SIZE);
-    value[KQ_TASK_SECOND_NAME_KNOWN] = 1;
-  }
-  kq_SaveStateChangeNew(db, current, used, KQ_TYPE_TASK, id, KQ_TASK_VALUE_SIZE, value);
-  gen_free(value);
-  return 1;
-}
-
 /* ---- Applying ------------------------------------------------------------------- */
 
 extern "C" void ApplyStateChangeNew(HT_PT current, HT_PT used, uint16_t type, uint32_t id,
                                     uint16_t length, const void *value, kq_StateFilter filter,
                                     void *filterArg) {
   if (current != nullptr) {
-    if (FindObject(current, type, id) != nullptr) return;  // neither table changes
+    if (kq_FindStateObject(current, type, id) != nullptr) return;  // neither table changes
     HT_InsertItem(current, NewObject(type, id, length, value), nullptr);
   }
   if (used == nullptr) return;
@@ -246,7 +184,7 @@ extern "C" void ApplyStateChangeNew(HT_PT current, HT_PT used, uint16_t type, ui
 extern "C" void ApplyStateChangeMod(HT_PT current, uint16_t type, uint32_t id, uint16_t offset,
                                     uint8_t count, const void *bytes) {
   if (current == nullptr || (count != 0 && bytes == nullptr)) return;
-  kq_StateObject *object = FindObject(current, type, id);
+  kq_StateObject *object = kq_FindStateObject(current, type, id);
   if (object == nullptr) return;
   if (object->length < static_cast<uint32_t>(offset) + count) return;  // all or nothing
   if (count != 0) memcpy(object->value + offset, bytes, count);

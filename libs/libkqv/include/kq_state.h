@@ -1,9 +1,10 @@
 /*
- * kq_state.h - state objects and state changes: the hash-table callbacks that
- * make a table of objects, recording changes into a database's stream (for
- * trackers), applying changes to tables (for both sides), and the Task, the
- * one object type, with kq_KeepTaskID.  The records (kq_State,
- * kq_StateObject, StateChange) are in kq_io.h.
+ * kq_state.h - the state model: state objects, the hash-table callbacks that
+ * make a table of them, the three kinds of state change applied to tables
+ * (by the writer's trackers and by the read side alike), and the Task, the
+ * one object type.  The records (kq_State, kq_StateObject, StateChange) are
+ * in kq_io.h; recording changes into a database being written is the
+ * trackers' interface, kq_tracker.h.
  *
  * The Task value: 76 bytes, stored in the stream byte for byte.  Its numbers
  * are big-endian whatever the host or target.
@@ -56,6 +57,9 @@ kq_State *kq_NewState(void);
 /* Deletes the table (and its objects) and frees the record; null is fine. */
 void kq_DeleteState(kq_State *state);
 
+/* The object (type, id) of table, or null. */
+kq_StateObject *kq_FindStateObject(HT_PT table, uint16_t type, uint32_t id);
+
 /* Hash of a kq_StateObject key: the id with its first and last byte
  * exchanged, exclusive-or the type. */
 uint32_t HashStateObject(const void *object);
@@ -80,33 +84,9 @@ void StateChangeDelete(void *change);
 uint8_t *kq_GetStateObjectValue(kq_StateObject *object);
 uint32_t kq_GetStateObjectId(kq_StateObject *object);
 
-/* ---- Recording, for trackers -------------------------------------------
- * Each applies the change to the tables first, then appends its record to
- * db's stream, whatever the application did: a New of an existing object, a
- * Mod that doesn't fit and a Del of nothing are recorded all the same.
- * current and used are the tables the callback received (either may be
- * null: that side is left out).  value and bytes point at length and count
- * readable bytes; a null pointer with a nonzero length or count records
- * nothing.  A null db applies the change and writes nothing. */
-void kq_SaveStateChangeNew(kq_DB *db, HT_PT current, HT_PT used, uint16_t type, uint32_t id,
-                           uint16_t length, const void *value);
-void kq_SaveStateChangeMod(kq_DB *db, HT_PT current, uint16_t type, uint32_t id,
-                           uint16_t offset, uint8_t count, const void *bytes);
-void kq_SaveStateChangeDel(kq_DB *db, HT_PT current, uint16_t type, uint32_t id);
-
 /* A new zeroed Task value (gen_free) with status = the argument as it stands
  * in memory (unconverted), statusKnown 1 and priority FF FF FF FF. */
 uint8_t *kq_GetSpaceForTask(uint16_t status);
-
-/* Makes sure task `id` exists.  When it does, stores it in *found (found may
- * be null), changes nothing and returns 0.  Otherwise records a New Task
- * built from the arguments (status in host order; priority 4 bytes in the
- * target's byte order; name and secondName 31 readable bytes each, copied
- * whole) and returns 1, with *found null. */
-int kq_KeepTaskID(uint32_t id, kq_DB *db, HT_PT current, HT_PT used, uint8_t nameGiven,
-                  const char *name, uint8_t statusGiven, uint16_t status, uint8_t priorityGiven,
-                  const void *priority, uint8_t secondNameGiven, const char *secondName,
-                  kq_StateObject **found);
 
 /* ---- Applying, for both sides ------------------------------------------
  * current and used may each be null; that side is then left out.  filter

@@ -16,6 +16,7 @@
 #include "indgeninit.h"
 #include "kq_byteorder.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 #include "ravelog.h"
 #include "temp_dir.h"
 

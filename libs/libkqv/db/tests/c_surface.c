@@ -18,6 +18,7 @@
 #include "kq_io.h"
 #include "kq_byteorder.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 
 static int failures = 0;
 

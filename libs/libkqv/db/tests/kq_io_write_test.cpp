@@ -22,6 +22,7 @@
 #include "indgfile.h"
 #include "kq_io.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 #include "temp_dir.h"
 
 using testsupport::HexBytes;

@@ -28,6 +28,7 @@
 
 #include "kq_io.h"
 #include "kq_state.h"
+#include "kq_tracker.h"
 
 namespace scripted {
 

@@ -3,6 +3,7 @@
 // the messages for unknown kinds, recording into a stream (the records'
 // bytes, recorded whatever the application did) and kq_KeepTaskID.
 #include "kq_state.h"
+#include "kq_tracker.h"
 
 #include <gtest/gtest.h>
 
