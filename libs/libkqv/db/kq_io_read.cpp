@@ -22,8 +22,6 @@
  */
 #include "kq_io_read.h"
 
-#include <sys/stat.h>
-
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -48,36 +46,32 @@ namespace {
  * doesn't fit the size known, since a growing file only gets longer. */
 
 struct KnownSize {
-  const FILE *fp = nullptr;
-  long long size = 0;
+  const GFile *file = nullptr;
+  int64_t size = 0;
 };
 thread_local KnownSize knownSize;
 
-long long SizeOfFile(FILE *fp) {
-  struct stat st;
-  if (fstat(fileno(fp), &st) != 0) return 0;
-  return static_cast<long long>(st.st_size);
+/* The file's length now, 0 when it can't be told. */
+int64_t SizeOfFile(const GFile *file) {
+  const int64_t size = gf_stream_length(file);
+  return size < 0 ? 0 : size;
 }
 
 /* Whether n bytes remain behind the current position of file. */
 bool FitsInFile(GFile *file, uint64_t n) {
-  if (file == nullptr || file->fp == nullptr) return false;
-  const long here = ftell(file->fp);
+  const int64_t here = gf_stream_offset(file);
   if (here < 0) return false;
-  const auto need = static_cast<unsigned long long>(here) + n;
-  if (knownSize.fp == file->fp && need <= static_cast<unsigned long long>(knownSize.size)) {
-    return true;
-  }
-  knownSize.fp = file->fp;
-  knownSize.size = SizeOfFile(file->fp);
-  return need <= static_cast<unsigned long long>(knownSize.size);
+  const auto need = static_cast<uint64_t>(here) + n;
+  if (knownSize.file == file && need <= static_cast<uint64_t>(knownSize.size)) return true;
+  knownSize.file = file;
+  knownSize.size = SizeOfFile(file);
+  return need <= static_cast<uint64_t>(knownSize.size);
 }
 
 /* The bytes behind the current position of file, at most UINT32_MAX. */
 uint32_t BytesLeft(GFile *file) {
-  if (file == nullptr || file->fp == nullptr) return 0;
-  const long here = ftell(file->fp);
-  const long long left = here < 0 ? 0 : SizeOfFile(file->fp) - here;
+  const int64_t here = gf_stream_offset(file);
+  const int64_t left = here < 0 ? 0 : SizeOfFile(file) - here;
   if (left <= 0) return 0;
   return left > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(left);
 }
@@ -85,9 +79,9 @@ uint32_t BytesLeft(GFile *file) {
 /* Goes to the end of the file and reads there, so that ReadHitEnd answers
  * 1: what a reader meets when a length runs past the end. */
 void GoToEnd(GFile *file) {
-  if (file == nullptr || file->fp == nullptr) return;
-  fseek(file->fp, 0, SEEK_END);
-  (void)getc(file->fp);
+  if (!gf_is_open(file)) return;
+  gf_seek_to_end(file);
+  (void)gf_get_1(file);
 }
 
 /* Up to this many bytes are passed over by reading them through the
@@ -200,25 +194,25 @@ bool ReadWholeIndex(kq_DB *db) {
 /* ---- Positioning ---------------------------------------------------------------- */
 
 extern "C" void SeekToRead(GFile *file, uint32_t position) {
-  if (file == nullptr || file->fp == nullptr) return;
-  /* On a stream open for reading fflush drops the buffered bytes, and the
-   * seek then reads from the file again instead of from the buffer. */
-  fflush(file->fp);
-  knownSize.fp = nullptr;
+  if (!gf_is_open(file)) return;
+  /* The buffered bytes are dropped, and the seek then reads from the file
+   * again instead of from the buffer. */
+  gf_flush(file);
+  knownSize.file = nullptr;
   if (position > static_cast<uint32_t>(INT32_MAX)) {
-    fseek(file->fp, 0, SEEK_END);
+    gf_seek_to_end(file);
     return;
   }
   gf_seek(file, static_cast<int32_t>(position));
 }
 
 extern "C" void SeekWithin(GFile *file, uint32_t position) {
-  if (file == nullptr || file->fp == nullptr) return;
+  if (!gf_is_open(file)) return;
   if (position > static_cast<uint32_t>(INT32_MAX)) {
-    fseek(file->fp, 0, SEEK_END);
+    gf_seek_to_end(file);
     return;
   }
-  const long here = ftell(file->fp);
+  const int64_t here = gf_stream_offset(file);
   if (here >= 0 && position >= here && position - here <= kSkipByReading &&
       FitsInFile(file, position - here)) {
     ReadAndDrop(file, static_cast<uint32_t>(position - here));
@@ -227,9 +221,7 @@ extern "C" void SeekWithin(GFile *file, uint32_t position) {
   gf_seek(file, static_cast<int32_t>(position));
 }
 
-extern "C" int ReadHitEnd(GFile *file) {
-  return file != nullptr && file->fp != nullptr && feof(file->fp) ? 1 : 0;
-}
+extern "C" int ReadHitEnd(GFile *file) { return gf_hit_end(file); }
 
 /* ---- Packet readers --------------------------------------------------------------- */
 
@@ -534,9 +526,7 @@ extern "C" int kq_MoreEvents(kq_DB *db) {
 extern "C" void kq_FlushFiles(kq_DB *db) {
   if (db == nullptr) return;
   GFile *files[] = {db->streamFile, db->indexFile, db->headerFile};
-  for (GFile *file : files) {
-    if (file != nullptr && file->fp != nullptr) fflush(file->fp);
-  }
+  for (GFile *file : files) gf_flush(file);
 }
 
 /* ---- Accessors ------------------------------------------------------------------------ */

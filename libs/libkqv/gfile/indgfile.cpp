@@ -7,6 +7,8 @@
  */
 #include "indgfile.h"
 
+#include <sys/stat.h>
+
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -274,6 +276,30 @@ extern "C" int gf_seek(GFile *gf, int32_t pos) {
   if (result == -1) gf_set_got_error(gf, 1);
   return result;
 }
+
+/* ---- Following a file that another process writes ---------------------------------- */
+
+extern "C" int gf_is_open(const GFile *gf) { return gf != nullptr && gf->fp != nullptr ? 1 : 0; }
+
+extern "C" void gf_flush(GFile *gf) {
+  if (gf_is_open(gf)) fflush(gf->fp);
+}
+
+extern "C" void gf_seek_to_end(GFile *gf) {
+  if (gf_is_open(gf)) fseek(gf->fp, 0, SEEK_END);
+}
+
+extern "C" int64_t gf_stream_offset(const GFile *gf) {
+  return gf_is_open(gf) ? static_cast<int64_t>(ftell(gf->fp)) : -1;
+}
+
+extern "C" int64_t gf_stream_length(const GFile *gf) {
+  struct stat st;
+  if (!gf_is_open(gf) || fstat(fileno(gf->fp), &st) != 0) return -1;
+  return static_cast<int64_t>(st.st_size);
+}
+
+extern "C" int gf_hit_end(const GFile *gf) { return gf_is_open(gf) && feof(gf->fp) ? 1 : 0; }
 
 /* ---- The error state ---------------------------------------------------------- */
 

@@ -353,6 +353,29 @@ void gf_set_constval_error(GFile *gf);
 void gf_set_alignpad_error(GFile *gf);
 void gf_set_file_memory_mapping_error(GFile *gf);
 
+/* ---- Following a file that another process writes ------------------------
+ * For a reader of a file that may still grow: it must see what the writer
+ * added since its last read, and must check lengths it read against the
+ * bytes really there.  None of these prints or touches the error state; on
+ * a null or closed record each does nothing and answers 0 or -1. */
+
+/* 1 while the record has an open stream, else 0. */
+int gf_is_open(const GFile *gf);
+/* fflush of the stream: pending output goes to the file; on a stream open
+ * for reading, the bytes it buffered are dropped, so that the next read
+ * after a seek comes from the file. */
+void gf_flush(GFile *gf);
+/* Moves the stream to the end of the file as it is now. */
+void gf_seek_to_end(GFile *gf);
+/* Where the stream stands, in bytes from the start of the file (the header
+ * at base counts like any other bytes); -1 when unknown. */
+int64_t gf_stream_offset(const GFile *gf);
+/* The file's length now, in bytes from its start (fstat); -1 when unknown. */
+int64_t gf_stream_length(const GFile *gf);
+/* 1 when a read since the last seek met the end of the file (the stream's
+ * end-of-file indicator), else 0. */
+int gf_hit_end(const GFile *gf);
+
 /* ---- Memory mapping ---------------------------------------------------- */
 
 /* The address that stands for no mapping: (void *)-1. */
