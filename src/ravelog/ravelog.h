@@ -29,6 +29,7 @@
 #include <stdio.h>
 
 #include "kq_io.h"
+#include "kq_names.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -238,12 +239,11 @@ int ThreadX_SaveStateChange(kq_DB *db, HT_PT current, HT_PT used, kq_Event *even
 /* ---- Diagnostic listing -------------------------------------------------
  * Each prints with printf on standard output; callers test `debug`. */
 
-/* Names of thread states, indexed by the subtype of a type 5 event. */
-#define CV_THREAD_STATUS_COUNT 14
-extern const char *const threadStatus[CV_THREAD_STATUS_COUNT];
-/* Names of ThreadX services, indexed by the subtype of a type 3 event. */
-#define CV_SERVICE_CALL_COUNT 59
-extern const char *const threadServiceCall[CV_SERVICE_CALL_COUNT];
+/* The names of thread states (threadStatus, indexed by the subtype of a
+ * type 5 event) and of ThreadX services (threadServiceCall, by the subtype
+ * of a type 3 event) are libkqv's: kq_names.h. */
+#define CV_THREAD_STATUS_COUNT KQ_THREADX_STATUS_COUNT
+#define CV_SERVICE_CALL_COUNT KQ_THREADX_SERVICE_COUNT
 
 /* The heading of the thread list section. */
 void debug_PrintTaskHeader(void);
