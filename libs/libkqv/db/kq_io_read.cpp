@@ -535,6 +535,14 @@ extern "C" uint64_t kq_GetNumTicksPerSecond(kq_DB *db) {
   return db != nullptr ? db->ticksPerSecond : 0;
 }
 
+extern "C" uint32_t kq_GetFormatVersion(kq_DB *db) {
+  return IsReadHandle(db) ? db->formatVersion : 0;
+}
+
+extern "C" uint32_t kq_GetEventsPerBlock(kq_DB *db) {
+  return IsReadHandle(db) ? db->eventsPerBlock : 0;
+}
+
 extern "C" const char *kq_GetNameOfConfigFile(kq_DB *db) {
   return db != nullptr ? db->configName : nullptr;
 }

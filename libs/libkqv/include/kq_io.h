@@ -225,6 +225,11 @@ kq_DB *kq_OpenKqsForUse(const char *fileName);
 int kq_GetTimeExtent(kq_DB *db, uint64_t *start, uint64_t *end);
 /* Ticks per second from .kqv; 0 for a null handle. */
 uint64_t kq_GetNumTicksPerSecond(kq_DB *db);
+/* The format version byte of .kqv; 0 for a null or writing handle. */
+uint32_t kq_GetFormatVersion(kq_DB *db);
+/* Events per block from .kqv (100 for versions without the field); 0 for
+ * a null or writing handle. */
+uint32_t kq_GetEventsPerBlock(kq_DB *db);
 /* The configuration name (lower case when reading); the handle keeps it.
  * Null for a null handle. */
 const char *kq_GetNameOfConfigFile(kq_DB *db);
