@@ -119,11 +119,13 @@ uint64_t ParseTime(const std::string &text, uint64_t ticksPerSecond, const char 
 /* A count option's value; fails on anything but a whole number. */
 uint64_t ParseCount(const std::string &text, const char *option);
 
-/* The range [from, to) of --from and --to, each defaulting to the
- * database's extent. */
+/* The range [from, to) of --from and --to: from defaults to the start of
+ * the database's extent, to to no end at all (every event that is there,
+ * also when damage at the end of the stream shortens the extent). */
 struct Range {
   uint64_t from = 0;
-  uint64_t to = 0;
+  uint64_t to = UINT64_MAX;
+  bool bounded = false;  // --to was given
 };
 Range RangeOf(const Options &options, const Database &database);
 

@@ -144,10 +144,14 @@ uint64_t ParseTime(const std::string &text, uint64_t ticksPerSecond, const char 
 }
 
 Range RangeOf(const Options &options, const Database &database) {
-  Range range{database.start(), database.end()};
+  Range range;
+  range.from = database.start();
   const uint64_t perSecond = database.ticksPerSecond();
   if (options.Has("--from")) range.from = ParseTime(options.values.at("--from"), perSecond, "--from");
-  if (options.Has("--to")) range.to = ParseTime(options.values.at("--to"), perSecond, "--to");
+  if (options.Has("--to")) {
+    range.to = ParseTime(options.values.at("--to"), perSecond, "--to");
+    range.bounded = true;
+  }
   return range;
 }
 

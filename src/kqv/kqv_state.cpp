@@ -87,7 +87,8 @@ void RunState(const Options &options) {
 void RunObjects(const Options &options) {
   const Database database(options.database);
   kq_DB *db = database.db();
-  const Range range = RangeOf(options, database);
+  Range range = RangeOf(options, database);
+  if (!range.bounded) range.to = database.end();  // the queries compare times as the index does
   uint16_t *types = nullptr;
   uint32_t typeCount = 0;
   kq_GetObjectTypesInTimeRange(db, &types, &typeCount, range.from, range.to);

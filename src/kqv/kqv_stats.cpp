@@ -7,7 +7,8 @@
  * A thread's status is read from the kept state after each event that
  * changed it, so the figures follow the tracker's own record; a thread that
  * runs when the range starts runs from its start, and one that still runs
- * at its end stops there.  Memory holds one record per thread and per event
+ * at its end stops there.  Without --to the range ends one tick behind the
+ * last event.  Memory holds one record per thread and per event
  * type, whatever the number of events.
  */
 #include <algorithm>
@@ -43,10 +44,13 @@ class Stats {
     cursor.SeekTime(range_.from);
     state_ = cursor.state();
     StartThreads();
+    uint64_t last = range_.from;
     for (const kq_CursorEvent *event = cursor.Next(); event != nullptr && event->time < range_.to;
          event = cursor.Next()) {
       Count(*event);
+      last = event->time + 1;
     }
+    if (!range_.bounded) range_.to = std::max(last, range_.from);
     for (auto &[id, thread] : threads_) {
       if (thread.running) Stop(&thread, range_.to);
       names_[id] = TaskName(database_.db(), state_, id);
@@ -122,7 +126,7 @@ class Stats {
   }
 
   const Database &database_;
-  const Range range_;
+  Range range_;
   kq_State *state_ = nullptr;
   uint64_t events_ = 0;
   std::map<uint32_t, Thread> threads_;

@@ -309,7 +309,8 @@ class Checker {
     /* The index may lack the entry of the last block: the writer adds it
      * right after the block's first event, and may not be there yet. */
     if (entries_ + 1 < blocks_.size()) {
-      Problem(".kqi", pos, "the index has " + std::to_string(entries_) + " entries for " +
+      Problem(".kqi", pos, "the index has " + std::to_string(entries_) +
+                               (entries_ == 1 ? " entry" : " entries") + " for " +
                                std::to_string(blocks_.size()) + " blocks");
     }
   }

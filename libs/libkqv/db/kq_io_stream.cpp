@@ -21,6 +21,8 @@ namespace {
 /* A window reads this much at a time: large enough that a pass makes few
  * system calls, small enough to stay in the caches. */
 constexpr size_t kWindowSize = size_t{1} << 20;
+/* The first window of a file: small files never need more. */
+constexpr size_t kFirstWindow = size_t{1} << 14;
 
 }  // namespace
 
@@ -61,15 +63,15 @@ void FileWindow::ForgetFrom(uint64_t offset) {
 
 bool FileWindow::Refill(uint64_t offset, size_t need) {
   if (fd_ < 0) return false;
-  if (need > bytes_.size() || bytes_.empty()) {
-    /* Never allocate for bytes the file hasn't got: a damaged length must
-     * not make a large buffer. */
+  if (need > bytes_.size() || valid_ == bytes_.size()) {
+    /* Grow: to what is needed, and (doubling) towards a whole window while
+     * reads keep filling it.  A small file gets a small window, and nothing
+     * is allocated for bytes the file hasn't got, so a damaged length can't
+     * make a large buffer. */
     struct stat st;
-    if (need > kWindowSize &&
-        (fstat(fd_, &st) != 0 || offset + need > static_cast<uint64_t>(st.st_size))) {
-      return false;
-    }
-    if (need > bytes_.size() || bytes_.empty()) bytes_.resize(std::max(need, kWindowSize));
+    if (fstat(fd_, &st) != 0 || offset + need > static_cast<uint64_t>(st.st_size)) return false;
+    const size_t grown = std::min(std::max<size_t>(2 * bytes_.size(), kFirstWindow), kWindowSize);
+    if (need > bytes_.size() || bytes_.size() < kWindowSize) bytes_.resize(std::max(need, grown));
   }
   /* Keep what the window holds from offset on. */
   size_t kept = 0;
