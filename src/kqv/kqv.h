@@ -104,6 +104,7 @@ class Cursor {
   /* The next event, or null at the end of what is written. */
   const kq_CursorEvent *Next();
   kq_State *state() const { return kq_CursorState(cursor_); }
+  kq_Cursor *cursor() const { return cursor_; }
 
  private:
   void FailIfStopped() const;

@@ -94,14 +94,14 @@ class Checker {
       size_t avail = 0;
       const uint8_t *bytes = file.At(pos, &avail);
       const ParseResult result =
-          bytes != nullptr ? parse(bytes + 1, avail - 1) : ParseResult{Parse::kNeedMore, 1, {}};
+          bytes != nullptr ? parse(bytes + 1, avail - 1) : ParseResult{Parse::kNeedMore, 1};
       if (result.outcome == Parse::kOk) {
         *at = bytes;
         *size = 1 + result.size;
         return true;
       }
       if (result.outcome == Parse::kDamage) {
-        Problem(name, pos, result.why);
+        Problem(name, pos, kqio::DamageText(result));
         return false;
       }
       const size_t need = 1 + result.size;

@@ -19,7 +19,6 @@
 #include <string>
 
 #include "indgeninit.h"
-#include "kq_byteorder.h"
 #include "kq_io_format.h"
 #include "kq_io_read.h"
 #include "kq_io_stream.h"
@@ -28,6 +27,7 @@
 struct kq_Cursor {
   kq_DB *db = nullptr;
   bool keepState = false;
+  bool bigEndian = false;  // the byte order of the payloads
   kqio::FileWindow window;
   uint64_t position = KQ_FIRST_POSITION;  // .kqs offset of the next tag
   uint64_t number = 0;                    // of the next event
@@ -58,18 +58,14 @@ void ResetState(kq_Cursor *c) {
   c->haveSnapshot = false;
 }
 
-/* Runs parse on the bytes behind the tag at c->position, reading more of the
- * file as it asks.  kOk leaves *at on the tag and *size the packet's size
- * behind the tag; otherwise the cursor is stopped and false comes back. */
+/* Runs parse on the bytes behind the tag at c->position, which `bytes`
+ * (with `avail` of them in the window) stand on, reading more of the file as
+ * it asks.  kOk leaves *at on the tag and *size the packet's size behind the
+ * tag; otherwise the cursor is stopped and false comes back. */
 template <typename ParseFn>
-bool ParsePacket(kq_Cursor *c, ParseFn parse, const uint8_t **at, size_t *size) {
+bool ParsePacket(kq_Cursor *c, const uint8_t *bytes, size_t avail, ParseFn parse,
+                 const uint8_t **at, size_t *size) {
   for (;;) {
-    size_t avail = 0;
-    const uint8_t *bytes = c->window.At(c->position, &avail);
-    if (bytes == nullptr) {
-      Stop(c, "packet cut short by the end of the file", c->position);
-      return false;
-    }
     const ParseResult result = parse(bytes + 1, avail - 1);
     if (result.outcome == Parse::kOk) {
       *at = bytes;
@@ -77,7 +73,7 @@ bool ParsePacket(kq_Cursor *c, ParseFn parse, const uint8_t **at, size_t *size) 
       return true;
     }
     if (result.outcome == Parse::kDamage) {
-      Stop(c, result.why, c->position);
+      Stop(c, kqio::DamageText(result), c->position);
       return false;
     }
     const size_t need = 1 + result.size;
@@ -86,6 +82,7 @@ bool ParsePacket(kq_Cursor *c, ParseFn parse, const uint8_t **at, size_t *size) 
       Stop(c, "packet cut short by the end of the file", c->position);
       return false;
     }
+    bytes = c->window.At(c->position, &avail);
   }
 }
 
@@ -158,13 +155,15 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         c->window.ForgetFrom(c->position);  // the writer patches this byte next
         return Step::kEnd;
       case KQ_TAG_OBJUSED:
-        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseObjUsed(p, n, &count); },
+        if (!ParsePacket(c, bytes, avail,
+                         [&](const uint8_t *p, size_t n) { return kqio::ParseObjUsed(p, n, &count); },
                          &at, &size)) {
           return Step::kDamage;
         }
         break;
       case KQ_TAG_STATE_SAVE:
-        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseStateSave(p, n, &count); },
+        if (!ParsePacket(c, bytes, avail,
+                         [&](const uint8_t *p, size_t n) { return kqio::ParseStateSave(p, n, &count); },
                          &at, &size)) {
           return Step::kDamage;
         }
@@ -172,7 +171,8 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         break;
       case KQ_TAG_EVENT: {
         kqio::EventPacket packet;
-        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseEvent(p, n, &packet); },
+        if (!ParsePacket(c, bytes, avail,
+                         [&](const uint8_t *p, size_t n) { return kqio::ParseEvent(p, n, &packet); },
                          &at, &size)) {
           return Step::kDamage;
         }
@@ -185,7 +185,11 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         e.payload = packet.length != 0 ? at + 1 + packet.payloadOffset : nullptr;
         e.hasOwner = packet.length >= 4 ? 1 : 0;
         e.ownerType = KQ_TYPE_TASK;
-        e.ownerId = e.hasOwner ? kq_ConvertToHostOrder4(kq_IsBigEndian(c->db) != 0, e.payload) : 0;
+        e.ownerId = !e.hasOwner    ? 0
+                    : c->bigEndian ? kqio::Be32(e.payload)
+                                   : static_cast<uint32_t>(e.payload[3]) << 24 |
+                                         static_cast<uint32_t>(e.payload[2]) << 16 |
+                                         static_cast<uint32_t>(e.payload[1]) << 8 | e.payload[0];
         e.numChanges = packet.numChanges;
         e.changes = packet.numChanges != 0 ? at + 1 + packet.changesOffset : nullptr;
         e.changesLength = static_cast<uint32_t>(packet.changesLength);
@@ -251,6 +255,7 @@ extern "C" kq_Cursor *kq_NewCursor(kq_DB *db, int keepState) {
   auto *c = new kq_Cursor;
   c->db = db;
   c->keepState = keepState != 0;
+  c->bigEndian = kq_IsBigEndian(db) != 0;
   if (!c->window.Open(db->streamName)) {
     delete c;
     return nullptr;

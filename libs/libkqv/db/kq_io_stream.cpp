@@ -37,12 +37,10 @@ bool FileWindow::Open(const char *name) {
   return fd_ >= 0;
 }
 
-const uint8_t *FileWindow::At(uint64_t offset, size_t *avail) {
-  if (offset < start_ || offset >= start_ + valid_) {
-    if (!Refill(offset, 1)) {
-      *avail = 0;
-      return nullptr;
-    }
+const uint8_t *FileWindow::AtAfterRefill(uint64_t offset, size_t *avail) {
+  if (!Refill(offset, 1)) {
+    *avail = 0;
+    return nullptr;
   }
   *avail = start_ + valid_ - offset;
   return bytes_.data() + (offset - start_);
@@ -95,9 +93,8 @@ bool FileWindow::Refill(uint64_t offset, size_t need) {
 
 namespace {
 
-ParseResult NeedMore(size_t bytes) { return ParseResult{Parse::kNeedMore, bytes, {}}; }
-ParseResult Damage(std::string why) { return ParseResult{Parse::kDamage, 0, std::move(why)}; }
-ParseResult Whole(size_t size) { return ParseResult{Parse::kOk, size, {}}; }
+ParseResult NeedMore(size_t bytes) { return ParseResult{Parse::kNeedMore, bytes}; }
+ParseResult Whole(size_t size) { return ParseResult{Parse::kOk, size}; }
 
 /* Bytes of a change record's fields behind its tag, by kind. */
 constexpr size_t kNewFields = 2 + 4 + 2;
@@ -106,6 +103,10 @@ constexpr size_t kDelFields = 2 + 4;
 constexpr size_t kEventFields = 8 + 4 + 2 + 2;
 
 }  // namespace
+
+std::string DamageText(const ParseResult &result) {
+  return "unknown state change tag " + std::to_string(result.size);
+}
 
 ParseResult ParseEvent(const uint8_t *at, size_t avail, EventPacket *event) {
   if (avail < kEventFields) return NeedMore(kEventFields);
@@ -137,7 +138,7 @@ ParseResult ParseEvent(const uint8_t *at, size_t avail, EventPacket *event) {
         size += kDelFields;
         break;
       default:
-        return Damage("unknown state change tag " + std::to_string(tag));
+        return ParseResult{Parse::kDamage, tag};
     }
     here += size;
     event->numChanges++;

@@ -37,7 +37,13 @@ class FileWindow {
   /* The bytes at offset (a file offset, the GFile header included) and in
    * *avail how many of them the window holds from there, at least one when
    * the file has a byte at offset; null with *avail 0 when it hasn't. */
-  const uint8_t *At(uint64_t offset, size_t *avail);
+  const uint8_t *At(uint64_t offset, size_t *avail) {
+    if (offset >= start_ && offset - start_ < valid_) {
+      *avail = start_ + valid_ - offset;
+      return bytes_.data() + (offset - start_);
+    }
+    return AtAfterRefill(offset, avail);
+  }
 
   /* Makes sure the window holds `need` bytes from offset, reading more of
    * the file (and growing the window when need is larger than it).  False,
@@ -49,6 +55,8 @@ class FileWindow {
   void ForgetFrom(uint64_t offset);
 
  private:
+  const uint8_t *AtAfterRefill(uint64_t offset, size_t *avail);
+
   /* Refills the window so that it starts at offset, keeping what it holds
    * from there on, and reads as much as fits (at least `need` bytes when the
    * file has them).  False when the file has fewer than need bytes there. */
@@ -63,15 +71,19 @@ class FileWindow {
 /* ---- Packet parsers ------------------------------------------------------------
  * Each takes the bytes behind a packet's tag (`at`, `avail` of them) and
  * answers kOk with the packet's size, kNeedMore with the number of bytes it
- * needs at least (behind the tag) to go on, or kDamage with the reason. */
+ * needs at least (behind the tag) to go on, or kDamage (an event whose
+ * changes hold an unknown tag: DamageText says which). */
 
 enum class Parse { kOk, kNeedMore, kDamage };
 
 struct ParseResult {
   Parse outcome = Parse::kOk;
-  size_t size = 0;  // kOk: bytes behind the tag; kNeedMore: bytes needed
-  std::string why;  // kDamage
+  size_t size = 0;  // kOk: bytes behind the tag; kNeedMore: bytes needed;
+                    // kDamage: the unknown change tag
 };
+
+/* What a kDamage result found, as text. */
+std::string DamageText(const ParseResult &result);
 
 /* An event packet, with its changes and their end tag. */
 struct EventPacket {
