@@ -130,6 +130,45 @@ struct Range {
 };
 Range RangeOf(const Options &options, const Database &database);
 
+/* ---- The status walk -------------------------------------------------------------
+ * One pass over a range that tells a listener each event and each change of
+ * a Task's status (kqv_walk.cpp).  Used by stats and the exports. */
+
+/* A Task's status as the walk follows it. */
+struct TaskStatus {
+  bool exists = false;  // the Task is in the state
+  bool known = false;   // its statusKnown flag is set
+  uint16_t value = 0;   // the status, when known
+};
+bool operator==(const TaskStatus &a, const TaskStatus &b);
+
+class StatusWalk {
+ public:
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    /* Each Task of the state at the range's start, in rising order of id. */
+    virtual void Start(uint32_t id, const TaskStatus &status, uint64_t time) {}
+    /* Each event of the range, before its changes are reported. */
+    virtual void Event(const kq_CursorEvent &event) {}
+    /* A Task whose status the event changed (as it stands after the whole
+     * event); a Task the event created has before.exists false. */
+    virtual void Change(uint32_t id, const TaskStatus &before, const TaskStatus &after,
+                        uint64_t time) {}
+  };
+
+  StatusWalk(const Database &database, Range range);
+  /* Walks the range; fails (kqv.h) when the stream is damaged. */
+  void Run(Listener *listener);
+  /* The range walked: without --to, after Run, it ends one tick behind the
+   * last event (or at its start when there was none). */
+  const Range &range() const { return range_; }
+
+ private:
+  const Database &database_;
+  Range range_;
+};
+
 /* ---- Text ---------------------------------------------------------------------- */
 
 /* Ticks as seconds with nine decimals, exact: 1500 at 1000 per second is

@@ -7,6 +7,7 @@
  * Help goes to standard output with status 0; a missing or unknown command
  * fails (kqv.h) with a message that points at --help.
  */
+#include <csignal>
 #include <cstring>
 
 #include "indgen.h"
@@ -115,6 +116,9 @@ const std::vector<Command> &Commands() {
 
 int main(int argc, char **argv) {
   gen_init(argv[0], 0, 0);
+  /* Output piped into a program that stops reading (head, less) ends kqv
+   * quietly, as it ends other filters. */
+  signal(SIGPIPE, SIG_DFL);
   if (argc < 2) {
     gen_errorexit(1, "No command given; see kqv --help.");
   }
