@@ -12,7 +12,9 @@
  *
  * Sources: kqv_main.cpp (main, dispatch, help), kqv_args.cpp (options and
  * times), kqv_text.cpp (formatting), kqv_info.cpp, kqv_events.cpp (events,
- * follow), kqv_state.cpp (state, objects), kqv_stats.cpp, kqv_check.cpp.
+ * follow), kqv_state.cpp (state, objects), kqv_stats.cpp, kqv_check.cpp,
+ * kqv_walk.cpp (the status walk of stats and the exports), kqv_export.cpp
+ * and kqv_html.cpp (export).
  */
 #ifndef RAVELOG_KQV_H
 #define RAVELOG_KQV_H
@@ -175,7 +177,8 @@ class StatusWalk {
  * "1.500000000".  "-" when ticksPerSecond is 0. */
 std::string Seconds(uint64_t ticks, uint64_t ticksPerSecond);
 /* text as a JSON string, quotes included; bytes outside printable ASCII
- * are escaped (\u00XX), so any name gives valid JSON. */
+ * and '<' are escaped (\u00XX), so any name gives valid JSON, also inside a
+ * page's script element. */
 std::string JsonString(const std::string &text);
 /* Bytes as lowercase hexadecimal, no separators. */
 std::string Hex(const uint8_t *bytes, uint32_t length);
@@ -206,6 +209,7 @@ void RunState(const Options &options);
 void RunObjects(const Options &options);
 void RunStats(const Options &options);
 void RunCheck(const Options &options);
+void RunExport(const Options &options);
 
 /* Prints one event as `events` does (text or JSON). */
 void PrintEvent(const Database &database, kq_State *state, const kq_CursorEvent &event,

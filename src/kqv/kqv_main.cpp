@@ -79,6 +79,20 @@ const char *const kCheckHelp =
     "exits with status 1 when there is one.  A database that is still being\n"
     "written is checked as far as it goes.\n";
 
+const char *const kExportHelp =
+    "usage: kqv export --format chrome|csv|html -o FILE [--from T] [--to T] [--max-slices N] DB\n"
+    "\n"
+    "Writes the stretches of time each thread spends in one status (running,\n"
+    "ready, each kind of suspension) for other tools:\n"
+    "  chrome  trace-event JSON for trace viewers (Perfetto, chrome://tracing):\n"
+    "          a track per thread, a slice per stretch, instant events for\n"
+    "          interrupts, service calls and user events;\n"
+    "  csv     one row per stretch: thread, status, start, end and duration in\n"
+    "          ticks and seconds;\n"
+    "  html    one self-contained page with a zoomable timeline; beyond N\n"
+    "          stretches (--max-slices, 1000000) short ones are merged.\n"
+    "FILE - is standard output.  FILE appears only when it was written whole.\n";
+
 const Command *FindCommand(const char *name) {
   for (const Command &command : Commands()) {
     if (strcmp(command.name, name) == 0) return &command;
@@ -108,6 +122,8 @@ const std::vector<Command> &Commands() {
        {}, RunStats},
       {"follow", "events as another process adds them", kFollowHelp, {}, {"--wait"}, RunFollow},
       {"check", "verify the database's structure", kCheckHelp, {}, {}, RunCheck},
+      {"export", "write a timeline for trace viewers, spreadsheets or a browser", kExportHelp,
+       {"--format", "-o", "--from", "--to", "--max-slices"}, {}, RunExport},
   };
   return commands;
 }

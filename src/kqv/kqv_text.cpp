@@ -29,7 +29,7 @@ std::string JsonString(const std::string &text) {
     if (c == '"' || c == '\\') {
       out += '\\';
       out += c;
-    } else if (byte < 0x20 || byte >= 0x7F) {
+    } else if (byte < 0x20 || byte >= 0x7F || c == '<') {  // '<': safe inside a page's script
       char escape[8];
       snprintf(escape, sizeof escape, "\\u%04x", byte);
       out += escape;
@@ -51,17 +51,19 @@ std::string Hex(const uint8_t *bytes, uint32_t length) {
 }
 
 std::string PayloadWords(const uint8_t *payload, uint32_t length, bool bigEndian) {
+  static const char kDigits[] = "0123456789abcdef";
   std::string out;
-  char word[12];
+  out.reserve(length / 4 * 9 + length % 4 * 3);
   uint32_t at = 0;
   for (; at + 4 <= length; at += 4) {
-    snprintf(word, sizeof word, "%s%08" PRIx32, out.empty() ? "" : " ",
-             kq_ConvertToHostOrder4(bigEndian ? 1 : 0, payload + at));
-    out += word;
+    if (!out.empty()) out += ' ';
+    const uint32_t word = kq_ConvertToHostOrder4(bigEndian ? 1 : 0, payload + at);
+    for (int shift = 28; shift >= 0; shift -= 4) out += kDigits[(word >> shift) & 15];
   }
   for (; at < length; at++) {
-    snprintf(word, sizeof word, "%s%02x", out.empty() ? "" : " ", payload[at]);
-    out += word;
+    if (!out.empty()) out += ' ';
+    out += kDigits[payload[at] >> 4];
+    out += kDigits[payload[at] & 15];
   }
   return out;
 }
