@@ -25,6 +25,7 @@
 #include "run_process.h"
 #include "simulated_dump.h"
 #include "temp_dir.h"
+#include "test_random.h"
 
 namespace {
 
@@ -329,6 +330,100 @@ TEST_F(KqvTest, CheckFindsDamageAndSaysSoInItsStatus) {
   EXPECT_EQ(events.status, 1);
   EXPECT_EQ(events.err, "kqv: fatal: Database \"" + base + "\" is damaged: unknown packet tag 9 at "
                         ".kqs position " + std::to_string(kqs.size() - 1) + ".\n");
+}
+
+// ---- export -----------------------------------------------------------------------------------
+
+struct CsvRow {
+  uint32_t thread;
+  std::string status;
+  uint64_t start, end;
+};
+
+std::vector<CsvRow> ReadCsv(const std::string &text) {
+  std::vector<CsvRow> rows;
+  const std::vector<std::string> lines = Lines(text);
+  for (size_t i = 1; i < lines.size(); i++) {
+    std::vector<std::string> f;
+    std::istringstream in(lines[i]);
+    for (std::string field; std::getline(in, field, ',');) f.push_back(field);
+    rows.push_back({static_cast<uint32_t>(std::stoul(f[0])), f[2], std::stoull(f[3]),
+                    std::stoull(f[4])});
+    EXPECT_EQ(std::stoull(f[5]), rows.back().end - rows.back().start);
+  }
+  return rows;
+}
+
+// The trace-event rules a viewer relies on, and the stretches against the
+// state the library answers at seeded random moments.
+TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
+  for (const std::string &base : Databases()) {
+    SCOPED_TRACE(base);
+    ASSERT_EQ(Kqv({"export", "--format", "chrome", "-o", base + ".json", base}).status, 0);
+    ASSERT_EQ(Kqv({"export", "--format", "csv", "-o", base + ".csv", base}).status, 0);
+    const std::vector<CsvRow> rows = ReadCsv(ReadFileBytes(base + ".csv"));
+    std::map<std::string, std::vector<std::pair<double, double>>> slices;  // tid -> ts, dur
+    std::map<std::string, bool> named;
+    for (const std::string &line : Lines(ReadFileBytes(base + ".json"))) {
+      if (line.rfind("{\"name\"", 0) != 0) continue;  // one event a line
+      const std::string ph = Field(line, "ph");
+      ASSERT_TRUE(ph == "\"X\"" || ph == "\"i\"" || ph == "\"M\"") << line;
+      if (ph == "\"X\"") {
+        slices[Field(line, "tid")].emplace_back(std::stod(Field(line, "ts")),
+                                                std::stod(Field(line, "dur")));
+      } else if (ph == "\"i\"") {
+        named.emplace(Field(line, "tid"), false);
+      } else if (Field(line, "name") == "\"thread_name\"") {
+        named[Field(line, "tid")] = true;
+      }
+    }
+    size_t total = 0;
+    for (const auto &[tid, list] : slices) {
+      named.emplace(tid, false);
+      for (size_t i = 0; i + 1 < list.size(); i++) {
+        ASSERT_LE(list[i].first + list[i].second, list[i + 1].first + 1e-9) << tid;
+      }
+      total += list.size();
+    }
+    for (const auto &[tid, has] : named) EXPECT_TRUE(has) << "no thread_name for " << tid;
+    EXPECT_EQ(total, rows.size());
+
+    kq_DB *db = kq_OpenForUse(base.c_str());
+    uint64_t start = 0, end = 0;
+    kq_GetTimeExtent(db, &start, &end);
+    kq_Close(db);
+    testsupport::Random random(end);
+    for (int i = 0; i < 12; i++) {
+      const uint64_t at = start + random.Below(static_cast<uint32_t>(end - start));
+      for (const std::string &line :
+           Lines(Kqv({"state", "--json", "--at", std::to_string(at), base}).out)) {
+        const auto id = static_cast<uint32_t>(Number(line, "id"));
+        const std::string status = Field(line, "status");
+        std::vector<std::string> covering;
+        for (const CsvRow &row : rows) {
+          if (row.thread == id && row.start <= at && at < row.end) covering.push_back(row.status);
+        }
+        ASSERT_EQ(covering.size(), 1u) << id << " at " << at;
+        EXPECT_EQ("\"" + covering[0] + "\"", status == "null" ? "\"unknown\"" : status);
+      }
+    }
+  }
+}
+
+TEST_F(KqvTest, AnExportThatCantBeWrittenWholeLeavesNoFile) {
+  const std::string base = Databases()[0];
+  const std::string file = dir.file("cut.json");
+  const ProcessResult run = RunProcess(
+      "/bin/sh", {"sh", "-c", "trap '' XFSZ; ulimit -f 8; exec \"$0\" export --format chrome -o \"$1\" \"$2\"",
+                  KQV_BINARY, file, base});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "kqv: fatal: Can't write \"" + file + "\": File too large.\n");
+  EXPECT_FALSE(testsupport::FileExists(file));
+  EXPECT_EQ(Lines(run.out).size(), 0u);
+  const ProcessResult nowhere = Kqv({"export", "--format", "csv", "-o", dir.file("no/such.csv"), base});
+  EXPECT_EQ(nowhere.status, 1);
+  EXPECT_EQ(nowhere.err, "kqv: fatal: Can't write \"" + dir.file("no/such.csv") +
+                             "\": No such file or directory.\n");
 }
 
 // ---- follow ------------------------------------------------------------------------------------------
