@@ -6,8 +6,9 @@
 //     each list freed), which allocates a record, payload and changes per
 //     event;
 //   - read(2) of the .kqs file in 1 MiB pieces: the cost of the bytes alone;
-// and the kqv subcommands info, state and stats as whole processes (wall
-// time and peak resident memory of the child).
+// and the kqv subcommands info, state, stats and export (chrome, csv, html)
+// as whole processes (wall time, peak resident memory of the child, and the
+// size of what an export wrote).
 //
 // With BENCH_SCALE=1 it also converts the largest dump whose database stays
 // within the 2 GiB a file can hold (1.9 x 10^7 events, 64 threads) and runs
@@ -162,19 +163,27 @@ void BM_ReadBytes(benchmark::State &state) {
 void BM_Kqv(benchmark::State &state) {
   const auto events = static_cast<uint32_t>(state.range(0));
   const std::string base = Database(events);
+  const std::string out = WorkDirectory() + "/export";
   const std::vector<std::vector<std::string>> commands = {
       {KQV_BINARY, "info", base},
       {KQV_BINARY, "state", "--at", "1000000", base},
       {KQV_BINARY, "stats", base},
+      {KQV_BINARY, "export", "--format", "chrome", "-o", out, base},
+      {KQV_BINARY, "export", "--format", "csv", "-o", out, base},
+      {KQV_BINARY, "export", "--format", "html", "-o", out, base},
   };
   const auto &command = commands[static_cast<size_t>(state.range(1))];
-  state.SetLabel(command[1]);
+  state.SetLabel(command[1] == "export" ? "export " + command[3] : command[1]);
   Child child;
   for (auto _ : state) {
     child = RunChild(command);
     if (!child.ok) state.SkipWithError("kqv failed");
   }
   state.counters["peak_MB"] = static_cast<double>(child.maxRssKb) / 1024.0;
+  if (command[1] == "export") {
+    state.counters["out_MB"] = static_cast<double>(std::filesystem::file_size(out)) / 1e6;
+    std::filesystem::remove(out);
+  }
   state.counters["events/s"] =
       benchmark::Counter(Records(events) * state.iterations(), benchmark::Counter::kIsRate);
 }
@@ -222,7 +231,7 @@ int main(int argc, char **argv) {
           ->Unit(benchmark::kMillisecond);
     }
     benchmark::RegisterBenchmark("BM_ListPass", BM_ListPass)->Arg(events)->Unit(benchmark::kMillisecond);
-    for (int64_t command : {0, 1, 2}) {
+    for (int64_t command : {0, 1, 2, 3, 4, 5}) {
       benchmark::RegisterBenchmark("BM_Kqv", BM_Kqv)
           ->ArgNames({"events", "command"})
           ->Args({events, command})

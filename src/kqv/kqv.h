@@ -160,6 +160,8 @@ class StatusWalk {
   };
 
   StatusWalk(const Database &database, Range range);
+  /* Shows a progress line ("<what> 45%") for a long walk on a terminal. */
+  void ShowProgress(const char *what) { progress_ = what; }
   /* Walks the range; fails (kqv.h) when the stream is damaged. */
   void Run(Listener *listener);
   /* The range walked: without --to, after Run, it ends one tick behind the
@@ -169,6 +171,7 @@ class StatusWalk {
  private:
   const Database &database_;
   Range range_;
+  const char *progress_ = nullptr;
 };
 
 /* ---- Text ---------------------------------------------------------------------- */

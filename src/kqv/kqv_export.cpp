@@ -177,6 +177,7 @@ class ChromeExport : public Stretches {
     out_.Text("{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":1,\"tid\":0,\"args\":{\"name\":");
     out_.Text(JsonString(std::string("target (") + kq_GetNameOfConfigFile(database_.db()) + ")"));
     out_.Text("}}");
+    ShowProgress("exporting");
     Run();
     for (const uint64_t tid : tracks_) {
       out_.Text(",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":1,\"tid\":");
@@ -288,6 +289,7 @@ class CsvExport : public Stretches {
   void Write() {
     out_.Text("thread_id,thread_name,status,start_ticks,end_ticks,duration_ticks,start_s,end_s,"
               "duration_s\n");
+    ShowProgress("exporting");
     Run();
     out_.Commit();
   }

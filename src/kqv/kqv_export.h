@@ -58,6 +58,8 @@ class Stretches : public StatusWalk::Listener {
   Stretches(const Database &database, Range range);
   /* Walks the range and closes the stretches open at its end. */
   void Run();
+  /* Shows a progress line for a long walk on a terminal. */
+  void ShowProgress(const char *what) { walk_.ShowProgress(what); }
   const Range &range() const { return walk_.range(); }
 
  protected:

@@ -117,6 +117,7 @@ class Timeline : public Stretches {
       : Stretches(database, range), plan_(plan) {}
 
   void Walk() {
+    ShowProgress("exporting");
     Stretches::Run();
     for (auto &[id, run] : runs_) Flush(id);
   }

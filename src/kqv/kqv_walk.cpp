@@ -16,6 +16,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "indgen_progress.h"
 #include "kq_state.h"
 #include "kqv.h"
 
@@ -107,10 +108,14 @@ void StatusWalk::Run(Listener *listener) {
 
   Cursor cursor(database_, false);
   cursor.SeekNumber(first);
+  gen_progress_t progress;
+  gen_progress_begin(&progress, progress_ != nullptr ? progress_ : "",
+                     progress_ != nullptr && database_.events() > first ? database_.events() - first : 0);
   uint64_t last = range_.from;
   std::vector<std::pair<uint32_t, Followed *>> touched;
   for (const kq_CursorEvent *event = cursor.Next(); event != nullptr && event->time < range_.to;
        event = cursor.Next()) {
+    gen_progress_update(&progress, event->number - first);
     listener->Event(*event);
     last = event->time + 1;
     touched.clear();
@@ -132,6 +137,7 @@ void StatusWalk::Run(Listener *listener) {
       if (!(after == task->before)) listener->Change(id, task->before, after, event->time);
     }
   }
+  gen_progress_end(&progress);
   if (!range_.bounded) range_.to = std::max(last, range_.from);
 }
 

@@ -180,7 +180,12 @@ void print_context_switch(const unsigned char *payload, unsigned size) {
 bool walk_ring(const Pool &pool, const ScanResult &scan, uint8_t bigEndian) {
   unsigned char *position = scan.position;
   bool wrapped = false; /* the position has passed the pool's end */
+  gen_progress_t progress;
+  gen_progress_begin(&progress, "converting", static_cast<uint64_t>(pool.end - pool.start));
   do {
+    gen_progress_update(&progress, static_cast<uint64_t>(
+                                       wrapped ? (pool.end - scan.position) + (position - pool.start)
+                                               : position - scan.position));
     const unsigned char *record = position;
     const unsigned length = *position++;
     if (position == pool.end) {
@@ -222,6 +227,7 @@ bool walk_ring(const Pool &pool, const ScanResult &scan, uint8_t bigEndian) {
       wrapped = true;
     }
   } while (position != scan.stop);
+  gen_progress_end(&progress);
   return true;
 }
 

@@ -99,7 +99,11 @@ void walk_ring(const unsigned char *pool, uint32_t size, uint32_t startOffset, u
   bool originSet = false;
   uint64_t origin = 0;
   uint32_t offset = startOffset;
+  gen_progress_t progress;
+  gen_progress_begin(&progress, "converting", size / CV_V2_SLOT_SIZE);
+  uint64_t visited = 0;
   do {
+    gen_progress_update(&progress, ++visited);
     const unsigned type = static_cast<unsigned>(cv_GetShortIdx(&offset, pool, bigEndian)) & 0xFFFFu;
     if (type == 0) {
       offset += CV_V2_SLOT_SIZE - 2;
@@ -122,6 +126,7 @@ void walk_ring(const unsigned char *pool, uint32_t size, uint32_t startOffset, u
     offset += CV_V2_PAYLOAD_SIZE;
     if (offset == size) offset = 0;
   } while (offset != startOffset);
+  gen_progress_end(&progress);
 }
 
 } // namespace
