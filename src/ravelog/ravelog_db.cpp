@@ -17,6 +17,11 @@
  *   cv_DbAddEvent   kq_AddEventFromRawBytes(database, high, low, typeWord,
  *                   payload, length); 0 fails with "Unexpected return value
  *                   from libkqv."
+ * except where the database stopped for want of room or after a failed
+ * write (kq_GetWriteFailure): a full database fails with "The database is
+ * full: ... It holds the first N events of the log.", and a failed write
+ * ends the process with status 1 after the file's own message, so that
+ * either way one message says what happened and the status says it failed.
  *   cv_DbClose      kq_Close(database), result not looked at
  * A failure ends the process without kq_Close: the files stay as they
  * stand, every event added before complete for a reader.
@@ -51,10 +56,32 @@ extern "C" void cv_DbOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bi
   }
 }
 
+/* Ends the conversion after an addition that the database refused:
+ * `refused` is the message for a refusal by the tracker; a database that
+ * can't hold more, and one whose files couldn't be written, end it with
+ * their own. */
+static void FailAddition(const char *refused) {
+  switch (kq_GetWriteFailure(database)) {
+    case KQ_WRITE_FULL:
+      gen_errorexit(1,
+                    "The database is full: a database file can't pass 2 GiB.  It holds the first "
+                    "%u events of the log.",
+                    kq_GetNumEventsAdded(database));
+      break;
+    case KQ_WRITE_FAILED:
+      /* The file gave its message; the database holds the events before. */
+      gen_exit(1);
+      break;
+    default:
+      gen_errorexit(1, "%s", refused);
+      break;
+  }
+}
+
 extern "C" void cv_DbAddThread(const unsigned char *record) {
   if (!kq_AddEventFromRawBytes(database, 0, 0, CV_THREAD_RECORD_TYPEWORD, record,
                                CV_THREAD_RECORD_SIZE)) {
-    gen_errorexit(1, "Bad refresh: unexpected return value from libkqv.");
+    FailAddition("Bad refresh: unexpected return value from libkqv.");
   }
 }
 
@@ -62,7 +89,7 @@ extern "C" void cv_DbAddEvent(uint32_t high, uint32_t low, uint32_t typeWord,
                               const unsigned char *payload, int length) {
   if (!kq_AddEventFromRawBytes(database, high, low, typeWord, payload,
                                static_cast<uint32_t>(length))) {
-    gen_errorexit(1, "Unexpected return value from libkqv.");
+    FailAddition("Unexpected return value from libkqv.");
   }
 }
 

@@ -9,6 +9,7 @@
 #include <cstddef>
 
 #include "indgeninit.h"
+#include "kq_io_write.h"
 #include "kq_state.h"
 
 /* ---- Layout checks ------------------------------------------------------ */
@@ -43,6 +44,7 @@ extern "C" kq_DB *New_kq_DB(void) { return static_cast<kq_DB *>(gen_alloc(1, siz
 
 extern "C" void kq_Close(kq_DB *db) {
   if (db == nullptr) return;
+  ForgetWriteFailure(db);
   if (db->streamFile != nullptr) gf_close(db->streamFile);
   if (db->indexFile != nullptr) gf_close(db->indexFile);
   if (db->headerFile != nullptr) gf_close(db->headerFile);  // null for a writing handle

@@ -20,6 +20,9 @@
  *                            `--kq_Close (from either state)--> gone
  */
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <unordered_map>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -44,11 +47,6 @@ namespace {
 constexpr uint32_t kNotPacked = 0;
 constexpr int32_t kAddressMode = GADR_MODE_32BIT;
 constexpr const char *kTemporaryStem = "tmp";
-/* An event packet's fields behind its tag: U8 time, U4 length, U2 type, U2
- * subtype; and the payloads (of events and of New records) that go out in
- * the same write as their fields. */
-constexpr size_t kEventFields = 8 + 4 + 2 + 2;
-constexpr size_t kShortPayload = 96;
 constexpr const char *kTemporarySuffix = "tmp";
 
 GFile *OpenForWrite(const char *name, uint32_t fileType) {
@@ -58,15 +56,6 @@ GFile *OpenForWrite(const char *name, uint32_t fileType) {
 /* Pushes what the stream buffers into the file: a seek to where it stands. */
 void PushOut(GFile *gf) { gf_seek(gf, gf_tell(gf, nullptr)); }
 
-/* Replaces the 0 tag at tagPosition by tag, and comes back to the end.  The
- * first seek puts every byte written so far into the file ahead of the tag;
- * the second puts the tag there. */
-void PatchTag(GFile *gf, int32_t tagPosition, uint32_t tag) {
-  const int32_t end = gf_tell(gf, nullptr);
-  gf_seek(gf, tagPosition);
-  gf_put_1(gf, tag);
-  gf_seek(gf, end);
-}
 
 /* ---- Creation ------------------------------------------------------------ */
 
@@ -107,41 +96,27 @@ void PutHeaderFields(GFile *gf, uint32_t ticksPerSecond, const char *configName,
 
 /* ---- Packets ---------------------------------------------------------------- */
 
-/* The bytes of a packet, or of part of one, gathered in memory and handed
- * to GFile in one block write: the same bytes as field by field (every
- * number big-endian), for one call instead of one per field.  Fixed
- * capacity on the stack; Block grows, for the block openings. */
-template <size_t kCapacity>
-class Fields {
- public:
-  void U1(uint32_t value) { bytes_[size_++] = static_cast<unsigned char>(value); }
-  void U2(uint32_t value) { Put(value, 2); }
-  void U4(uint32_t value) { Put(value, 4); }
-  void U8(uint64_t value) { Put(value, 8); }
-  void Bytes(const void *from, size_t n) {
-    if (n != 0) memcpy(bytes_ + size_, from, n);
-    size_ += n;
-  }
-  size_t Room() const { return kCapacity - size_; }
-  void WriteTo(GFile *gf) const { gf_put_array_1(gf, bytes_, static_cast<uint32_t>(size_)); }
-
- private:
-  void Put(uint64_t value, int width) {
-    for (int i = width - 1; i >= 0; i--) bytes_[size_++] = static_cast<unsigned char>(value >> (8 * i));
-  }
-  unsigned char bytes_[kCapacity];
-  size_t size_ = 0;
-};
-
-/* A growing buffer for the two opening packets of a block, kept between
- * blocks so that it is allocated once (to the size of the largest
- * snapshot).  One thread, as the whole writer.  Each piece takes its room
- * at once and is filled through a pointer. */
-class Block {
+/* The bytes of what one addition writes, gathered in memory and handed to
+ * GFile in one block write: the same bytes as field by field (every number
+ * big-endian).  Kept between additions so that it is allocated once, to the
+ * size of the largest block opening or event.  Knowing the whole size
+ * before anything is written lets an addition that a file can't hold write
+ * nothing at all. */
+class Packet {
  public:
   void Clear() { size_ = 0; }
+  size_t Size() const { return size_; }
   void U1(uint32_t value) { *Room(1) = static_cast<unsigned char>(value); }
+  void U2(uint32_t value) { PutAt(Room(2), value, 2); }
   void U4(uint32_t value) { PutAt(Room(4), value, 4); }
+  void U8(uint64_t value) {
+    unsigned char *at = Room(8);
+    PutAt(at, static_cast<uint32_t>(value >> 32), 4);
+    PutAt(at + 4, static_cast<uint32_t>(value), 4);
+  }
+  void Bytes(const void *from, size_t n) {
+    if (n != 0) memcpy(Room(n), from, n);
+  }
   /* U2 type, U4 id: an object's key. */
   void Key(uint32_t type, uint32_t id) {
     unsigned char *at = Room(6);
@@ -156,7 +131,9 @@ class Block {
     PutAt(at + 6, length, 4);
     if (length != 0) memcpy(at + 10, value, length);
   }
-  void WriteTo(GFile *gf) const { gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(size_)); }
+  void WriteTo(GFile *gf) const {
+    if (size_ != 0) gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(size_));
+  }
 
  private:
   unsigned char *Room(size_t n) {
@@ -172,9 +149,45 @@ class Block {
   size_t size_ = 0;
 };
 
-Block &OpeningBuffer() {
-  static Block block;
-  return block;
+/* One thread, as the whole writer: a block opening, and the event packet
+ * with the change records its tracker makes. */
+Packet &OpeningBuffer() {
+  static Packet packet;
+  return packet;
+}
+Packet &EventBuffer() {
+  static Packet packet;
+  return packet;
+}
+
+/* The handle whose addition is under way: the tracker's change records go
+ * into its event packet rather than straight to the stream. */
+const kq_DB *adding = nullptr;
+
+/* ---- Write failures ------------------------------------------------------------ */
+
+/* What stopped a writing handle; a handle missing here is fine. */
+std::unordered_map<const kq_DB *, int> &Failures() {
+  static std::unordered_map<const kq_DB *, int> failures;
+  return failures;
+}
+
+/* The largest size a database file may reach: positions are 32-bit
+ * signed.  KQV_FILE_LIMIT in the environment (bytes) sets a lower one, a
+ * switch for tests and diagnosis, read when a database is created. */
+uint64_t fileLimit = INT32_MAX;
+
+void ReadFileLimit() {
+  const char *text = getenv("KQV_FILE_LIMIT");
+  const uint64_t chosen = text != nullptr ? strtoull(text, nullptr, 10) : 0;
+  fileLimit = chosen != 0 && chosen < static_cast<uint64_t>(INT32_MAX)
+                  ? chosen
+                  : static_cast<uint64_t>(INT32_MAX);
+}
+
+/* Whether n more bytes written at position fit a database file. */
+bool Fits(int32_t position, size_t n) {
+  return position >= 0 && static_cast<uint64_t>(position) + n <= fileLimit;
 }
 
 /* ---- Block openings ---------------------------------------------------------- */
@@ -201,13 +214,13 @@ uint32_t CountOf(HT_PT table) {
 }
 
 /* The body of an OBJUSED packet; its tag is the stream's old 0 tag. */
-bool PutObjUsedBody(Block &block, HT_PT used) {
+bool PutObjUsedBody(Packet &block, HT_PT used) {
   block.U4(CountOf(used));
   return ForEachObject(used, [&block](const kq_StateObject &object) { block.Key(object.type, object.id); });
 }
 
 /* A whole state save packet, its tag included. */
-bool PutStateSave(Block &block, HT_PT current) {
+bool PutStateSave(Packet &block, HT_PT current) {
   block.U1(KQ_TAG_STATE_SAVE);
   block.U4(CountOf(current));
   return ForEachObject(current, [&block](const kq_StateObject &object) {
@@ -216,31 +229,52 @@ bool PutStateSave(Block &block, HT_PT current) {
 }
 
 /* What stands between the stream's old 0 tag and the new event's fields
- * when the event opens a block, and the used table of the new block, which
- * starts as every object alive now.  Nothing reaches the stream when a walk
+ * when the event opens a block, gathered into block; and the used table of
+ * the new block, which starts as every object alive now.  False when a walk
  * fails. */
-bool PutBlockOpening(kq_DB *db) {
+bool PutBlockOpening(kq_DB *db, Packet &block) {
   HT_PT current = db->currentState->table;
-  Block &block = OpeningBuffer();
-  block.Clear();
   if (!PutObjUsedBody(block, db->usedState->table)) return false;
   if (!PutStateSave(block, current)) return false;
   block.U1(KQ_TAG_EVENT);  // written at once, never patched: rule (2)
-  block.WriteTo(db->streamFile);
   db->usedState->table = HT_CloneInto(db->usedState->table, current);  // delete, then clone
   return true;
 }
 
-/* The index entry of a block whose first event is at
- * time and whose OBJUSED tag stands at blockPosition in .kqs. */
-void AddIndexEntry(GFile *index, uint64_t time, int32_t blockPosition) {
+/* Whether every write of gf so far went well.  A failed write gives the
+ * file's once-only message here when no failing seek gave it yet (a block
+ * write can fail with nothing left for the seek behind it to flush). */
+bool Written(GFile *gf) {
+  if (!gf_got_error(gf)) return true;
+  gf_set_got_error(gf, 1);
+  return false;
+}
+
+/* Replaces the 0 tag at tagPosition by tag, and comes back to the end.  The
+ * first seek puts every byte written so far into the file ahead of the tag;
+ * the tag is patched only when that went well, so a record that didn't
+ * reach the file whole never becomes visible.  False when a write, seek or
+ * tell of the file failed (GFile gave its message). */
+bool PatchTag(GFile *gf, int32_t tagPosition, uint32_t tag) {
+  const int32_t end = gf_tell(gf, nullptr);
+  gf_seek(gf, tagPosition);
+  if (!Written(gf)) return false;
+  gf_put_1(gf, tag);
+  gf_seek(gf, end);
+  return Written(gf);
+}
+
+/* The index entry of a block whose first event is at time and whose
+ * OBJUSED tag stands at blockPosition in .kqs. */
+bool AddIndexEntry(GFile *index, uint64_t time, int32_t blockPosition) {
   const int32_t indexTag = gf_tell(index, nullptr) - 1;
-  Fields<KQ_INDEX_ENTRY_SIZE> entry;
+  Packet &entry = EventBuffer();
+  entry.Clear();
   entry.U8(time);
   entry.U4(static_cast<uint32_t>(blockPosition));
   entry.U1(KQ_INDEX_TAG_END);  // rule (1): the entry and its new end first
   entry.WriteTo(index);
-  PatchTag(index, indexTag, KQ_INDEX_TAG_ENTRY);  // rule (2)
+  return PatchTag(index, indexTag, KQ_INDEX_TAG_ENTRY);  // rule (2)
 }
 
 bool CanWrite(const kq_DB *db) { return db != nullptr && db->streamFile != nullptr; }
@@ -253,6 +287,7 @@ extern "C" kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond,
                                      const char *configName, uint8_t isBigEndian,
                                      kq_SaveStateFunc saveStateChange) {
   if (base == nullptr) return nullptr;
+  ReadFileLimit();
   Creation made;
   const bool named = made.NameAfter(base);
   made.temporaryName = TemporaryName();
@@ -289,9 +324,12 @@ extern "C" kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond,
   PushOut(db->indexFile);
 
   PutHeaderFields(db->headerFile, ticksPerSecond, configName, isBigEndian);
+  gf_seek(db->headerFile, gf_tell(db->headerFile, nullptr));
+  /* A database whose files couldn't be written whole isn't made. */
+  const bool whole = Written(db->streamFile) && Written(db->indexFile) && Written(db->headerFile);
   gf_close(db->headerFile);
   db->headerFile = nullptr;
-  if (gen_movefile(made.temporaryName, db->headerName) != 0) {  // rule (5)
+  if (!whole || gen_movefile(made.temporaryName, db->headerName) != 0) {  // rule (5)
     kq_Close(db);
     return nullptr;
   }
@@ -304,13 +342,16 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
                                        const void *bytes, uint32_t length) {
   if (!CanWrite(db)) return 0;
   if (length != 0 && bytes == nullptr) return 0;
+  if (kq_GetWriteFailure(db) != KQ_WRITE_OK) return 0;  // a stopped handle stays stopped
 
   GFile *stream = db->streamFile;
   const int32_t tagPosition = gf_tell(stream, nullptr) - 1;  // the stream's 0 tag
   const bool blockStart = db->numEvents % KQ_EVENTS_PER_BLOCK == 0;
   const uint32_t tag = blockStart ? KQ_TAG_OBJUSED : KQ_TAG_EVENT;
 
-  if (blockStart && !PutBlockOpening(db)) return 0;
+  Packet &opening = OpeningBuffer();
+  opening.Clear();
+  if (blockStart && !PutBlockOpening(db, opening)) return 0;
 
   kq_Event event{};
   event.time = (static_cast<uint64_t>(high) << 32) | low;
@@ -321,74 +362,115 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
   event.data = static_cast<uint8_t *>(const_cast<void *>(bytes));
   event.changes = nullptr;
 
-  /* The fields and, when it is short, the payload in one write. */
-  Fields<kEventFields + kShortPayload> fields;
-  fields.U8(event.time);
-  fields.U4(event.length);
-  fields.U2(event.type);
-  fields.U2(event.subtype);
-  if (length <= fields.Room()) {
-    fields.Bytes(bytes, length);
-    fields.WriteTo(stream);
-  } else {
-    fields.WriteTo(stream);
-    gf_put_array_1(stream, bytes, length);
-  }
+  Packet &packet = EventBuffer();
+  packet.Clear();
+  packet.U8(event.time);
+  packet.U4(event.length);
+  packet.U2(event.type);
+  packet.U2(event.subtype);
+  packet.Bytes(bytes, length);
 
-  /* The tracker appends its change records here, in the order of its calls. */
-  if (db->saveStateChange != nullptr &&
-      !db->saveStateChange(db, db->currentState->table, db->usedState->table, &event)) {
+  /* The tracker's change records join the packet, in the order of its calls. */
+  adding = db;
+  const bool tracked = db->saveStateChange == nullptr ||
+                       db->saveStateChange(db, db->currentState->table, db->usedState->table, &event);
+  adding = nullptr;
+  if (!tracked) {
+    /* What was gathered goes to the file all the same, behind the 0 tag
+     * that stays: the event is invisible, and the stream has moved on. */
+    if (Fits(tagPosition + 1, opening.Size() + packet.Size())) {
+      opening.WriteTo(stream);
+      packet.WriteTo(stream);
+    }
+    Failures()[db] = KQ_WRITE_REFUSED;
     return 0;
   }
+  packet.U1(KQ_CHANGE_END);
+  packet.U1(KQ_TAG_END);  // rule (1): the record and its new end first
 
-  Fields<2> end;
-  end.U1(KQ_CHANGE_END);
-  end.U1(KQ_TAG_END);  // rule (1): the record and its new end first
-  end.WriteTo(stream);
-  PatchTag(stream, tagPosition, tag);  // rule (2)
-
-  if (blockStart) AddIndexEntry(db->indexFile, event.time, tagPosition);  // rule (3)
+  /* What the files can't hold whole is not begun. */
+  if (!Fits(tagPosition + 1, opening.Size() + packet.Size()) ||
+      (blockStart && !Fits(gf_tell(db->indexFile, nullptr), KQ_INDEX_ENTRY_SIZE))) {
+    Failures()[db] = KQ_WRITE_FULL;
+    return 0;
+  }
+  opening.WriteTo(stream);
+  packet.WriteTo(stream);
+  if (!PatchTag(stream, tagPosition, tag)) {  // rule (2)
+    Failures()[db] = KQ_WRITE_FAILED;
+    return 0;
+  }
   db->numEvents++;
+  if (blockStart && !AddIndexEntry(db->indexFile, event.time, tagPosition)) {  // rule (3)
+    Failures()[db] = KQ_WRITE_FAILED;
+    return 0;
+  }
   return 1;
 }
 
+extern "C" int kq_GetWriteFailure(kq_DB *db) {
+  const auto found = Failures().find(db);
+  return found != Failures().end() ? found->second : KQ_WRITE_OK;
+}
+
+extern "C" uint32_t kq_GetNumEventsAdded(kq_DB *db) {
+  return CanWrite(db) ? db->numEvents : 0;
+}
+
+extern "C" void ForgetWriteFailure(const kq_DB *db) { Failures().erase(db); }
+
 /* ---- State change records -------------------------------------------------------- */
+
+/* Where a record goes: the packet of the addition under way, or (outside
+ * one) a packet written at once at the stream's position. */
+class RecordTarget {
+ public:
+  explicit RecordTarget(kq_DB *db) : db_(db), direct_(adding != db) {}
+  ~RecordTarget() {
+    if (direct_) {
+      own_.WriteTo(db_->streamFile);
+    }
+  }
+  RecordTarget(const RecordTarget &) = delete;
+  RecordTarget &operator=(const RecordTarget &) = delete;
+  Packet &packet() { return direct_ ? own_ : EventBuffer(); }
+
+ private:
+  kq_DB *db_;
+  bool direct_;
+  Packet own_;
+};
 
 extern "C" void PutStateChangeNew(kq_DB *db, uint16_t type, uint32_t id, uint16_t length,
                                   const void *value) {
   if (!CanWrite(db)) return;
-  Fields<1 + 2 + 4 + 2 + kShortPayload> record;
+  RecordTarget target(db);
+  Packet &record = target.packet();
   record.U1(KQ_CHANGE_NEW);
   record.U2(type);
   record.U4(id);
   record.U2(length);
-  if (length <= record.Room()) {
-    record.Bytes(value, length);
-    record.WriteTo(db->streamFile);
-  } else {
-    record.WriteTo(db->streamFile);
-    gf_put_array_1(db->streamFile, value, length);
-  }
+  record.Bytes(value, length);
 }
 
 extern "C" void PutStateChangeMod(kq_DB *db, uint16_t type, uint32_t id, uint16_t offset,
                                   uint8_t count, const void *bytes) {
   if (!CanWrite(db)) return;
-  Fields<1 + 2 + 4 + 2 + 1 + 255> record;  // a Mod carries at most 255 bytes
+  RecordTarget target(db);
+  Packet &record = target.packet();
   record.U1(KQ_CHANGE_MOD);
   record.U2(type);
   record.U4(id);
   record.U2(offset);
   record.U1(count);
   record.Bytes(bytes, count);
-  record.WriteTo(db->streamFile);
 }
 
 extern "C" void PutStateChangeDel(kq_DB *db, uint16_t type, uint32_t id) {
   if (!CanWrite(db)) return;
-  Fields<1 + 2 + 4> record;
+  RecordTarget target(db);
+  Packet &record = target.packet();
   record.U1(KQ_CHANGE_DEL);
   record.U2(type);
   record.U4(id);
-  record.WriteTo(db->streamFile);
 }

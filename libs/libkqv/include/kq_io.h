@@ -167,11 +167,32 @@ kq_DB *kq_OpenForCreation(const char *base, uint32_t ticksPerSecond, const char 
  * bytes, which are copied to the stream and needed only during the call.
  * Events must come in order of time; nothing checks it.  Returns 1 on
  * success, 0 for a null db, for length > 0 with null bytes (both without a
- * trace) and when the tracker returns 0 (the event then stays invisible and
- * the database takes no further event; kq_Close still works).  When the
- * call returns 1 the event is complete in the files for any reader. */
+ * trace), and when the handle stops (kq_GetWriteFailure says why: the
+ * tracker refused the event, the files can't hold it, or a write failed):
+ * the event then stays invisible and the database takes no further event;
+ * kq_Close still works.  When the call returns 1 the event is complete in
+ * the files for any reader. */
 int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, uint32_t typeWord,
                             const void *bytes, uint32_t length);
+
+/* Why a writing handle took no more events: kq_AddEventFromRawBytes answers
+ * 0 for every event after the one that stopped it.
+ *   KQ_WRITE_OK       it hasn't stopped (also for a reading or null handle)
+ *   KQ_WRITE_REFUSED  its tracker answered 0
+ *   KQ_WRITE_FULL     the event would have carried a file past the largest
+ *                     size a database file can have (positions are 32-bit
+ *                     signed: 2 GiB less one byte); nothing of it was written
+ *   KQ_WRITE_FAILED   a write, seek or tell of a file failed (GFile gave its
+ *                     message); the event, whole or not, is not visible
+ * In every case the files hold a database of the events added before it,
+ * each whole, and its index never runs ahead of them. */
+#define KQ_WRITE_OK 0
+#define KQ_WRITE_REFUSED 1
+#define KQ_WRITE_FULL 2
+#define KQ_WRITE_FAILED 3
+int kq_GetWriteFailure(kq_DB *db);
+/* The events a writing handle has added; 0 for a reading or null handle. */
+uint32_t kq_GetNumEventsAdded(kq_DB *db);
 
 /* Closes the files of a writing or reading handle and frees it.  Writes
  * nothing: the files already end in their 0 tags.  Null does nothing. */
