@@ -235,20 +235,27 @@ class Database:
             if start is not None:
                 self._lib.kq_CursorSeekTime(cursor, start)
             view = ctypes.POINTER(_CursorEvent)()
+            step_on = self._lib.kq_CursorNext
+            where = ctypes.byref(view)
+            string_at = ctypes.string_at
+            name_of = self._event_name
+            names = self._names
             while True:
-                step = self._lib.kq_CursorNext(cursor, ctypes.byref(view))
-                if step < 0:
-                    raise Error("Database \"%s\" is damaged: %s." %
-                                (self._path, _text(self._lib.kq_CursorError(cursor))))
-                if step == 0:
+                step = step_on(cursor, where)
+                if step <= 0:
+                    if step < 0:
+                        raise Error("Database \"%s\" is damaged: %s." %
+                                    (self._path, _text(self._lib.kq_CursorError(cursor))))
                     return
-                e = view.contents
-                if end is not None and e.time >= end:
+                e = view[0]
+                time = e.time
+                if end is not None and time >= end:
                     return
-                payload = ctypes.string_at(e.payload, e.length) if e.length else b""
-                yield Event(e.number, e.time, e.type, e.subtype,
-                            self._event_name(e.type, e.subtype),
-                            e.ownerId if e.hasOwner else None, payload)
+                type, subtype, length = e.type, e.subtype, e.length
+                name = names.get((type, subtype)) or name_of(type, subtype)
+                yield Event(e.number, time, type, subtype, name,
+                            e.ownerId if e.hasOwner else None,
+                            string_at(e.payload, length) if length else b"")
         finally:
             self._lib.kq_DeleteCursor(cursor)
 
