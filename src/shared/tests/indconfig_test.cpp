@@ -145,8 +145,7 @@ TEST_F(ConfigTest, UserSiteAndDefaultDirectoriesAndConfigFileNames) {
     std::string expected;
   } rows[] = {
       {"both", 0, base_ + "/a/both"},          {"both", 1, base_ + "/bin/defaults/both"},
-      {"sited", 0, base_ + "/bin/config/sited"}, {"sited", 1, "(null)"},
-      {"none", 0, "(null)"},
+      {"sited", 0, base_ + "/bin/config/sited"}, {"sited", 1, "(null)"}, {"none", 0, "(null)"},
   };
   for (const auto &row : rows)
     EXPECT_EQ(Take(gen_searchfileinconfigdirs(row.name, R_OK, row.defaults_only, &error)), row.expected)

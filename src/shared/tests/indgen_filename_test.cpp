@@ -224,22 +224,6 @@ TEST(HomeAndCwd, ExpansionAndRelativeNames) {
   EXPECT_EQ(Take(gen_relative_filename(base.c_str(), name.c_str(), 1)), "sub/f");
 }
 
-TEST(HomeAndCwd, CwdIsCachedUntilInvalidated) {
-  char real[1025];
-  ASSERT_NE(getcwd(real, sizeof real), nullptr);
-  gen_invalidate_cwd();
-  EXPECT_STREQ(gen_getcwd(), real);
-  TempDir dir;
-  ASSERT_EQ(chdir(dir.path().c_str()), 0);
-  EXPECT_STREQ(gen_getcwd(), real);  // still the cached one
-  gen_invalidate_cwd();
-  char *expected = realpath(dir.path().c_str(), nullptr);
-  EXPECT_STREQ(gen_getcwd(), expected);
-  free(expected);
-  ASSERT_EQ(chdir(real), 0);
-  gen_invalidate_cwd();
-}
-
 TEST(NameLists, GetpathCutsLongEntriesAndAddpathShortens) {
   const char *list = "::/bin:/usr/local/bin::";
   char buffer[5];
@@ -252,17 +236,6 @@ TEST(NameLists, GetpathCutsLongEntriesAndAddpathShortens) {
   EXPECT_EQ(gen_getpath(rest, buffer, 4), nullptr);
   EXPECT_EQ(gen_getpath(nullptr, buffer, 4), nullptr);
 
-  char *current = nullptr;
-  const char *same_dir = "a/y", *plain = "w";
-  EXPECT_STREQ(gen_addpath("a/x", &current), "a/x");
-  EXPECT_EQ(gen_addpath(same_dir, &current), same_dir + 2);
-  EXPECT_STREQ(gen_addpath("z", &current), "./z");
-  EXPECT_STREQ(current, "./z");
-  EXPECT_EQ(gen_addpath(plain, &current), plain);  // behind "./z": as it is
-  EXPECT_STREQ(gen_addpath("b/v", &current), "b/v");
-  EXPECT_STREQ(current, "b/v");
-  EXPECT_EQ(gen_addpath(nullptr, &current), nullptr);
-  gen_free(current);
 }
 
 // Runs in a fresh copy of this program: the counter starts at 0 there.

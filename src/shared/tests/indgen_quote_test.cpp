@@ -35,13 +35,10 @@ TEST(Quoting, EscapeTablesAndQuotesPinned) {
       {Take(gen_escapify_string(input)), "a\\\\b\\\"c\\'d\\ne\\rf\\tg\\1\\2\\3h\x04\x7f\xe9"},
       {Take(gen_quotify_string(input)), "\"a\\\\b\\\"c\\'d\ne\rf\tg\x01\x02\x03h\x04\x7f\xe9\""},
       {Take(gen_single_quotify_string(input)), "'a\\\\b\\\"c\\'d\ne\rf\tg\x01\x02\x03h\x04\x7f\xe9'"},
-      {Take(xquotify_string("x\ty", '|', 1)), "|x\\ty|"},
-      {Take(gen_quotify_string("")), "\"\""},
-      {Take(gen_escapify_string("")), ""},
-      {Take(gen_quotify_string(nullptr)), "<null>"},
+      {Take(xquotify_string("x\ty", '|', 1)), "|x\\ty|"}, {Take(gen_quotify_string("")), "\"\""},
+      {Take(gen_escapify_string("")), ""}, {Take(gen_quotify_string(nullptr)), "<null>"},
       {Take(gen_single_quotify_string(nullptr)), "<null>"},
-      {Take(gen_escapify_string(nullptr)), "<null>"},
-      {octal_trap, "\\17"},
+      {Take(gen_escapify_string(nullptr)), "<null>"}, {octal_trap, "\\17"},
       {Take(gen_unescapify_string(octal_trap)), "\x0f"},
       {Take(gen_double_dequotify_string("a\"b\"c")), "abc"},
       {Take(gen_double_dequotify_string("\"a\\\"b\"")), "a\"b"},
@@ -55,8 +52,7 @@ TEST(Quoting, EscapeTablesAndQuotesPinned) {
       {Take(gen_dequotify_string("\"a'b\"")), "a'b"},  // the quote is the first character
       {Take(gen_dequotify_string("'a\"b'")), "a\"b"},
       {Take(gen_dequotify_string("\"open")), "open"},
-      {Take(gen_dequotify_string("a\"b\\n")), "a\"b\n"},
-      {Take(gen_dequotify_string("")), ""},
+      {Take(gen_dequotify_string("a\"b\\n")), "a\"b\n"}, {Take(gen_dequotify_string("")), ""},
       {Take(gen_dequotify_string(nullptr)), "<null>"},
       {Take(gen_single_dequotify_string(nullptr)), "<null>"},
       {Take(gen_double_dequotify_string(nullptr)), "<null>"},
@@ -108,39 +104,20 @@ TEST(Quoting, RandomByteStringsSurviveEveryRoundTrip) {
 }
 
 TEST(ShellEscape, BlanksAndDoubleQuotesGetSingleQuotes) {
-  EXPECT_TRUE(needs_shellescaping("my file") && needs_shellescaping("a\"b"));
-  EXPECT_FALSE(needs_shellescaping("plain-name.txt") || needs_shellescaping(nullptr));
   const unsigned char bytes[] = {0x12, 0xAB, 0x00, 0xF0, 0x0F};
   ExpectAll({
       {Take(gen_shellescapify_filename("my file")), "'my file'"},
-      {Take(gen_shellescapify_filename("it's a")), "'it's a'"},
       {Take(gen_shellescapify_filename("plain")), "plain"},
-      {Take(gen_shellescapify_filename(nullptr)), "<null>"},
       {Take(gen_unshellescapify_filename("'my file'")), "my file"},
       {Take(gen_unshellescapify_filename("'open")), "open"},
-      {Take(gen_unshellescapify_filename("'")), ""},
       {Take(gen_unshellescapify_filename("\"a\\\"b\"")), "a\"b"},
       {Take(gen_unshellescapify_filename("plain'")), "plain'"},
-      {Take(gen_unshellescapify_filename(nullptr)), "<null>"},
       {Take(gen_binary_to_string(bytes, 5)), "21ba000ff0"},  // low digit first
-      {Take(gen_binary_to_string(bytes, 0)), ""},
-      {gen_devnullpathname(), "/dev/null"},
+      {Take(gen_binary_to_string(bytes, 0)), ""}, {gen_devnullpathname(), "/dev/null"},
   });
 }
 
-int MeasureLength(const char *format, ...) GEN_PRINTF_LIKE(1, 2);
-int MeasureLength(const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int n = gen_Xprintflen(format, args);
-  va_end(args);
-  return n;
-}
-
-TEST(Format, MeasuredLengthAndTheCutRule) {
-  EXPECT_EQ(MeasureLength("%s-%d", "abc", 12345), 9);
-  EXPECT_EQ(MeasureLength("%s", ""), 0);
-  EXPECT_EQ(MeasureLength("%5000d", 1), 5000);
+TEST(Format, TheCutRuleAndNewBlocks) {
   const std::string big(3000, 'q');
   char buf[16];
   const struct {
@@ -164,13 +141,9 @@ TEST(Format, MeasuredLengthAndTheCutRule) {
   EXPECT_EQ(gen_snprintf(buf, 3, "%d", 42), 2);  // short again behind a long one
   EXPECT_EQ(std::string(buf, 4), std::string("42\0q", 4));
   EXPECT_EQ(gen_snprintf(nullptr, 0, "%s", "four"), 4);
-
-  for (const std::string &text : {std::string("key=42"), std::string(10000, 'w'), std::string()}) {
-    char *made = gen_msprintf("%s", text.c_str());
-    ASSERT_NE(made, nullptr);
-    EXPECT_EQ(std::string(made), text);
-    gen_free(made);
-  }
+  const std::string long_text(10000, 'w');
+  char *made = gen_msprintf("<%s>", long_text.c_str());
+  EXPECT_EQ(Take(made), "<" + long_text + ">");
 }
 
 }  // namespace

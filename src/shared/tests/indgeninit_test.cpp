@@ -96,34 +96,6 @@ TEST(Messages, EveryFormByteForByte) {
   }
 }
 
-TEST(Memory, AllocatorsAndCopies) {
-  EXPECT_EQ(gen_default_alloc(0, 16), nullptr);
-  unsigned char *block = static_cast<unsigned char *>(gen_default_realloc(nullptr, 8));
-  ASSERT_NE(block, nullptr);
-  EXPECT_EQ(memcmp(block, "\0\0\0\0\0\0\0\0", 8), 0);
-  block = static_cast<unsigned char *>(gen_allocate(block, 4, 8));
-  block[31] = 1;
-  EXPECT_EQ(gen_default_realloc(block, 0), nullptr);  // frees block
-  const int value[3] = {1, 2, 3};
-  int *copy = static_cast<int *>(gen_structcopy(value, sizeof value));
-  ASSERT_NE(copy, value);
-  EXPECT_EQ(memcmp(copy, value, sizeof value), 0);
-  gen_free(copy);
-  EXPECT_EQ(gen_structcopy(nullptr, 4), nullptr);
-
-  char **array;
-  int count;
-  gen_strarray_init(&array, &count);
-  gen_strarray_add_str(&array, &count, "one");
-  gen_strarray_add_strn(&array, &count, "twofold", 3);
-  ASSERT_EQ(count, 2);
-  EXPECT_STREQ(array[0], "one");
-  EXPECT_STREQ(array[1], "two");
-  gen_strarray_free(&array, &count);
-  EXPECT_EQ(array, nullptr);
-  EXPECT_EQ(count, 0);
-}
-
 // The ring is shared by the whole process and as long as the largest ring
 // asked for; this program only ever asks for 4.
 TEST(TempBufRing, FifthCallReusesTheFirstBufferAndZeroSizeDoesNotCount) {
@@ -176,27 +148,12 @@ TEST(SignalDeathTest, HandlersPrintAndExitWithTwo) {
     int sig;
     const char *err;
   } rows[] = {{SIGINT, "^sigprog: error: Halted\n$"},
-              {SIGHUP, "^sigprog: error: Interrupt \\(1\\)\n$"},
-              {SIGTERM, "^$"},
+              {SIGHUP, "^sigprog: error: Interrupt \\(1\\)\n$"}, {SIGTERM, "^$"},
               {SIGPIPE, "^sigprog: error: Halted by a SIGPIPE.\n$"},
               {SIGXCPU, "^sigprog: error: Cpu Limit Exceeded\n$"}};
   for (const auto &row : rows)
     EXPECT_EXIT((gen_init("sigprog", 0, 0), raise(row.sig)), testing::ExitedWithCode(2), row.err)
         << row.sig;
-}
-
-TEST(TempDirChoice, TmpdirThenPreferredThenTheSystemsOwn) {
-  testsupport::TempDir dir;
-  const char *old = getenv("TMPDIR");
-  const std::string saved = old != nullptr ? old : "";
-  setenv("TMPDIR", dir.path().c_str(), 1);
-  EXPECT_STREQ(gen_default_temp_dir("/nonexistent-dir"), dir.path().c_str());
-  EXPECT_STREQ(gen_default_temp_dir(nullptr), dir.path().c_str());  // cached
-  unsetenv("TMPDIR");
-  EXPECT_STREQ(gen_default_temp_dir(dir.path().c_str()), dir.path().c_str());
-  const std::string fallback = gen_default_temp_dir("/nonexistent-dir");
-  EXPECT_TRUE(fallback == "/var/tmp/" || fallback == "/tmp") << fallback;
-  if (old != nullptr) setenv("TMPDIR", saved.c_str(), 1);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // count around the exchange-sort and median-of-medians thresholds and
 // several element widths, stability with duplicate keys on both sides of
 // the stack limit of the position array, the caller's context and swap,
-// the median of three, and the default swap's words and bytes.
+// and the median of three.
 #include "indsort.h"
 
 #include <gtest/gtest.h>
@@ -105,25 +105,6 @@ TEST(PickMiddle, ReturnsTheMedianOfEveryOrder) {
   for (const auto &o : orders) {
     void *m = pick_middle(&ctx, &r[o[0]], &r[o[1]], &r[o[2]], CompareKeys);
     EXPECT_EQ(m, &r[1]) << o[0] << o[1] << o[2];
-  }
-}
-
-TEST(DefaultSwap, ExchangesAlignedWordsAndOtherwiseBytes) {
-  alignas(8) unsigned char buf[32];
-  const struct {
-    unsigned a, b, size;
-    const char *expected;  // buf[0..17] afterwards, as hex digits of the low nibble
-  } rows[] = {
-      {0, 8, 8, "89abcdef01234567gh"},   // aligned words
-      {17, 21, 3, "0123456789abcdefgl"},  // odd size and addresses
-      {1, 9, 8, "09abcdefg12345678h"},   // word size, unaligned addresses
-  };
-  for (const auto &row : rows) {
-    for (int k = 0; k < 32; k++) buf[k] = static_cast<unsigned char>(k);
-    tov_swap_default_cmp(buf + row.a, buf + row.b, row.size);
-    std::string shown;
-    for (int k = 0; k < 18; k++) shown += "0123456789abcdefghijklmnopqrstuv"[buf[k]];
-    EXPECT_EQ(shown, row.expected) << row.a << " " << row.b << " " << row.size;
   }
 }
 
