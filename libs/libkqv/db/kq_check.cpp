@@ -28,8 +28,6 @@ namespace {
 using kqio::Be16;
 using kqio::Be32;
 using kqio::Be64;
-using kqio::Parse;
-using kqio::ParseResult;
 
 using Key = std::pair<uint16_t, uint32_t>;  // (type, id)
 using Objects = std::map<Key, std::string>;
@@ -85,31 +83,15 @@ class Checker {
     report_(context_, line.c_str());
   }
 
-  /* Parses the packet whose tag stands at pos; false (after the problem)
-   * when the file ends inside it or it is damaged. */
+  /* Parses the packet whose tag stands at pos (kq_io_stream.h); false,
+   * after the problem, when the file ends inside it or it is damaged. */
   template <typename ParseFn>
   bool Packet(kqio::FileWindow &file, const char *name, uint64_t pos, ParseFn parse,
               const uint8_t **at, size_t *size) {
-    for (;;) {
-      size_t avail = 0;
-      const uint8_t *bytes = file.At(pos, &avail);
-      const ParseResult result =
-          bytes != nullptr ? parse(bytes + 1, avail - 1) : ParseResult{Parse::kNeedMore, 1};
-      if (result.outcome == Parse::kOk) {
-        *at = bytes;
-        *size = 1 + result.size;
-        return true;
-      }
-      if (result.outcome == Parse::kDamage) {
-        Problem(name, pos, kqio::DamageText(result));
-        return false;
-      }
-      const size_t need = 1 + result.size;
-      if (!file.Extend(pos, std::max(need, 2 * avail)) && !file.Extend(pos, need)) {
-        Problem(name, pos, "packet cut short by the end of the file");
-        return false;
-      }
-    }
+    std::string why;
+    if (kqio::ParsePacketAt(file, pos, parse, at, size, &why)) return true;
+    Problem(name, pos, why);
+    return false;
   }
 
   /* ---- The stream ---- */

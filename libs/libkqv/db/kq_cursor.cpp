@@ -41,9 +41,6 @@ struct kq_Cursor {
 
 namespace {
 
-using kqio::Parse;
-using kqio::ParseResult;
-
 bool Stopped(const kq_Cursor *c) { return !c->error.empty(); }
 
 void Stop(kq_Cursor *c, const std::string &why, uint64_t position) {
@@ -58,32 +55,14 @@ void ResetState(kq_Cursor *c) {
   c->haveSnapshot = false;
 }
 
-/* Runs parse on the bytes behind the tag at c->position, which `bytes`
- * (with `avail` of them in the window) stand on, reading more of the file as
- * it asks.  kOk leaves *at on the tag and *size the packet's size behind the
- * tag; otherwise the cursor is stopped and false comes back. */
+/* Parses the packet at c->position (kq_io_stream.h); on damage the cursor
+ * stops and false comes back. */
 template <typename ParseFn>
-bool ParsePacket(kq_Cursor *c, const uint8_t *bytes, size_t avail, ParseFn parse,
-                 const uint8_t **at, size_t *size) {
-  for (;;) {
-    const ParseResult result = parse(bytes + 1, avail - 1);
-    if (result.outcome == Parse::kOk) {
-      *at = bytes;
-      *size = result.size;
-      return true;
-    }
-    if (result.outcome == Parse::kDamage) {
-      Stop(c, kqio::DamageText(result), c->position);
-      return false;
-    }
-    const size_t need = 1 + result.size;
-    if (!c->window.Extend(c->position, std::max(need, 2 * avail)) &&
-        !c->window.Extend(c->position, need)) {
-      Stop(c, "packet cut short by the end of the file", c->position);
-      return false;
-    }
-    bytes = c->window.At(c->position, &avail);
-  }
+bool ParsePacket(kq_Cursor *c, ParseFn parse, const uint8_t **at, size_t *size) {
+  std::string why;
+  if (kqio::ParsePacketAt(c->window, c->position, parse, at, size, &why)) return true;
+  Stop(c, why, c->position);
+  return false;
 }
 
 /* Loads a state save packet (standing on its tag) into the kept state; a
@@ -155,15 +134,13 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         c->window.ForgetFrom(c->position);  // the writer patches this byte next
         return Step::kEnd;
       case KQ_TAG_OBJUSED:
-        if (!ParsePacket(c, bytes, avail,
-                         [&](const uint8_t *p, size_t n) { return kqio::ParseObjUsed(p, n, &count); },
+        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseObjUsed(p, n, &count); },
                          &at, &size)) {
           return Step::kDamage;
         }
         break;
       case KQ_TAG_STATE_SAVE:
-        if (!ParsePacket(c, bytes, avail,
-                         [&](const uint8_t *p, size_t n) { return kqio::ParseStateSave(p, n, &count); },
+        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseStateSave(p, n, &count); },
                          &at, &size)) {
           return Step::kDamage;
         }
@@ -171,8 +148,7 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         break;
       case KQ_TAG_EVENT: {
         kqio::EventPacket packet;
-        if (!ParsePacket(c, bytes, avail,
-                         [&](const uint8_t *p, size_t n) { return kqio::ParseEvent(p, n, &packet); },
+        if (!ParsePacket(c, [&](const uint8_t *p, size_t n) { return kqio::ParseEvent(p, n, &packet); },
                          &at, &size)) {
           return Step::kDamage;
         }
@@ -193,14 +169,14 @@ Step ReadToEvent(kq_Cursor *c, size_t *eventSize) {
         e.numChanges = packet.numChanges;
         e.changes = packet.numChanges != 0 ? at + 1 + packet.changesOffset : nullptr;
         e.changesLength = static_cast<uint32_t>(packet.changesLength);
-        *eventSize = 1 + size;
+        *eventSize = size;
         return Step::kEvent;
       }
       default:
         Stop(c, "unknown packet tag " + std::to_string(bytes[0]), c->position);
         return Step::kDamage;
     }
-    c->position += 1 + size;
+    c->position += size;
   }
 }
 

@@ -102,6 +102,37 @@ ParseResult ParseEvent(const uint8_t *at, size_t avail, EventPacket *event);
 ParseResult ParseStateSave(const uint8_t *at, size_t avail, uint32_t *count);
 ParseResult ParseObjUsed(const uint8_t *at, size_t avail, uint32_t *count);
 
+/* Runs parse (a parser above, as a callable of the bytes behind the tag
+ * and their count) on the packet whose tag stands at offset of window,
+ * reading more of the file as it asks, the window growing geometrically.
+ * True with *at on the tag and *size the packet's size with its tag; false
+ * with *why the damage (DamageText) or "packet cut short by the end of the
+ * file". */
+template <typename ParseFn>
+bool ParsePacketAt(FileWindow &window, uint64_t offset, ParseFn parse, const uint8_t **at,
+                   size_t *size, std::string *why) {
+  for (;;) {
+    size_t avail = 0;
+    const uint8_t *bytes = window.At(offset, &avail);
+    const ParseResult result =
+        bytes != nullptr ? parse(bytes + 1, avail - 1) : ParseResult{Parse::kNeedMore, 1};
+    if (result.outcome == Parse::kOk) {
+      *at = bytes;
+      *size = 1 + result.size;
+      return true;
+    }
+    if (result.outcome == Parse::kDamage) {
+      *why = DamageText(result);
+      return false;
+    }
+    const size_t need = 1 + result.size;
+    if (!window.Extend(offset, need > 2 * avail ? need : 2 * avail) && !window.Extend(offset, need)) {
+      *why = "packet cut short by the end of the file";
+      return false;
+    }
+  }
+}
+
 /* Big-endian numbers. */
 inline uint16_t Be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 inline uint32_t Be32(const uint8_t *p) {
