@@ -193,7 +193,8 @@ bool IsRunningTask(const kq_StateObject *object) {
  * spareIt holds, in walk order.  False, with nothing stored, when a thread
  * of the set isn't a running Task of the table (the set is then stale). */
 bool SweepKnown(kq_DB *db, HT_PT current, bool spareIt, uint32_t spared) {
-  std::vector<uint32_t> order;
+  static std::vector<uint32_t> order;  // kept between calls, so rarely grown
+  order.clear();
   for (uint32_t id : runningThreads.ids()) {
     if (spareIt && id == spared) continue;
     const kq_StateObject *object = kq_FindStateObject(current, KQ_TYPE_TASK, id);

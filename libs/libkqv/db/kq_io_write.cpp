@@ -25,6 +25,7 @@
 #include <unordered_map>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "indgen.h"
@@ -104,6 +105,10 @@ void PutHeaderFields(GFile *gf, uint32_t ticksPerSecond, const char *configName,
  * nothing at all. */
 class Packet {
  public:
+  Packet() = default;
+  Packet(const Packet &) = delete;
+  Packet &operator=(const Packet &) = delete;
+
   void Clear() { size_ = 0; }
   size_t Size() const { return size_; }
   void U1(uint32_t value) { *Room(1) = static_cast<unsigned char>(value); }
@@ -132,20 +137,28 @@ class Packet {
     if (length != 0) memcpy(at + 10, value, length);
   }
   void WriteTo(GFile *gf) const {
-    if (size_ != 0) gf_put_array_1(gf, bytes_.data(), static_cast<uint32_t>(size_));
+    if (size_ != 0) gf_put_array_1(gf, bytes_.get(), static_cast<uint32_t>(size_));
   }
 
  private:
   unsigned char *Room(size_t n) {
-    if (bytes_.size() - size_ < n) bytes_.resize(std::max(bytes_.size() * 2, size_ + n));
-    unsigned char *at = bytes_.data() + size_;
+    if (capacity_ - size_ < n) Grow(n);
+    unsigned char *at = bytes_.get() + size_;
     size_ += n;
     return at;
+  }
+  void Grow(size_t n) {
+    const size_t capacity = std::max(2 * capacity_, std::max<size_t>(size_ + n, 256));
+    std::unique_ptr<unsigned char[]> bytes(new unsigned char[capacity]);
+    if (size_ != 0) memcpy(bytes.get(), bytes_.get(), size_);
+    bytes_ = std::move(bytes);
+    capacity_ = capacity;
   }
   static void PutAt(unsigned char *at, uint32_t value, int width) {
     for (int i = 0; i < width; i++) at[i] = static_cast<unsigned char>(value >> (8 * (width - 1 - i)));
   }
-  std::vector<unsigned char> bytes_;
+  std::unique_ptr<unsigned char[]> bytes_;
+  size_t capacity_ = 0;
   size_t size_ = 0;
 };
 
@@ -166,11 +179,11 @@ const kq_DB *adding = nullptr;
 
 /* ---- Write failures ------------------------------------------------------------ */
 
-/* What stopped a writing handle; a handle missing here is fine. */
-std::unordered_map<const kq_DB *, int> &Failures() {
-  static std::unordered_map<const kq_DB *, int> failures;
-  return failures;
-}
+/* What stopped a writing handle; a handle missing here is fine.  Kept
+ * aside so that the handle's record stays as the format lists it. */
+std::unordered_map<const kq_DB *, int> failures;
+
+std::unordered_map<const kq_DB *, int> &Failures() { return failures; }
 
 /* The largest size a database file may reach: positions are 32-bit
  * signed.  KQV_FILE_LIMIT in the environment (bytes) sets a lower one, a
@@ -254,14 +267,16 @@ bool Written(GFile *gf) {
  * first seek puts every byte written so far into the file ahead of the tag;
  * the tag is patched only when that went well, so a record that didn't
  * reach the file whole never becomes visible.  False when a write, seek or
- * tell of the file failed (GFile gave its message). */
+ * tell of the file had failed by then (GFile gave its message). */
 bool PatchTag(GFile *gf, int32_t tagPosition, uint32_t tag) {
   const int32_t end = gf_tell(gf, nullptr);
   gf_seek(gf, tagPosition);
   if (!Written(gf)) return false;
   gf_put_1(gf, tag);
   gf_seek(gf, end);
-  return Written(gf);
+  /* A tag that failed to reach the file leaves its record invisible; the
+   * file's error state stops the next addition before it patches. */
+  return true;
 }
 
 /* The index entry of a block whose first event is at time and whose
@@ -342,7 +357,7 @@ extern "C" int kq_AddEventFromRawBytes(kq_DB *db, uint32_t high, uint32_t low, u
                                        const void *bytes, uint32_t length) {
   if (!CanWrite(db)) return 0;
   if (length != 0 && bytes == nullptr) return 0;
-  if (kq_GetWriteFailure(db) != KQ_WRITE_OK) return 0;  // a stopped handle stays stopped
+  if (!failures.empty() && kq_GetWriteFailure(db) != KQ_WRITE_OK) return 0;  // stopped stays stopped
 
   GFile *stream = db->streamFile;
   const int32_t tagPosition = gf_tell(stream, nullptr) - 1;  // the stream's 0 tag
@@ -421,56 +436,50 @@ extern "C" void ForgetWriteFailure(const kq_DB *db) { Failures().erase(db); }
 
 /* ---- State change records -------------------------------------------------------- */
 
-/* Where a record goes: the packet of the addition under way, or (outside
- * one) a packet written at once at the stream's position. */
-class RecordTarget {
- public:
-  explicit RecordTarget(kq_DB *db) : db_(db), direct_(adding != db) {}
-  ~RecordTarget() {
-    if (direct_) {
-      own_.WriteTo(db_->streamFile);
-    }
+/* Puts one record, made by fill into a Packet: into the packet of the
+ * addition under way, or (outside one) into a packet written at once at the
+ * stream's position. */
+template <typename Fill>
+void PutRecord(kq_DB *db, Fill fill) {
+  if (adding == db) {
+    fill(EventBuffer());
+    return;
   }
-  RecordTarget(const RecordTarget &) = delete;
-  RecordTarget &operator=(const RecordTarget &) = delete;
-  Packet &packet() { return direct_ ? own_ : EventBuffer(); }
-
- private:
-  kq_DB *db_;
-  bool direct_;
-  Packet own_;
-};
+  Packet own;
+  fill(own);
+  own.WriteTo(db->streamFile);
+}
 
 extern "C" void PutStateChangeNew(kq_DB *db, uint16_t type, uint32_t id, uint16_t length,
                                   const void *value) {
   if (!CanWrite(db)) return;
-  RecordTarget target(db);
-  Packet &record = target.packet();
-  record.U1(KQ_CHANGE_NEW);
-  record.U2(type);
-  record.U4(id);
-  record.U2(length);
-  record.Bytes(value, length);
+  PutRecord(db, [&](Packet &record) {
+    record.U1(KQ_CHANGE_NEW);
+    record.U2(type);
+    record.U4(id);
+    record.U2(length);
+    record.Bytes(value, length);
+  });
 }
 
 extern "C" void PutStateChangeMod(kq_DB *db, uint16_t type, uint32_t id, uint16_t offset,
                                   uint8_t count, const void *bytes) {
   if (!CanWrite(db)) return;
-  RecordTarget target(db);
-  Packet &record = target.packet();
-  record.U1(KQ_CHANGE_MOD);
-  record.U2(type);
-  record.U4(id);
-  record.U2(offset);
-  record.U1(count);
-  record.Bytes(bytes, count);
+  PutRecord(db, [&](Packet &record) {
+    record.U1(KQ_CHANGE_MOD);
+    record.U2(type);
+    record.U4(id);
+    record.U2(offset);
+    record.U1(count);
+    record.Bytes(bytes, count);
+  });
 }
 
 extern "C" void PutStateChangeDel(kq_DB *db, uint16_t type, uint32_t id) {
   if (!CanWrite(db)) return;
-  RecordTarget target(db);
-  Packet &record = target.packet();
-  record.U1(KQ_CHANGE_DEL);
-  record.U2(type);
-  record.U4(id);
+  PutRecord(db, [&](Packet &record) {
+    record.U1(KQ_CHANGE_DEL);
+    record.U2(type);
+    record.U4(id);
+  });
 }

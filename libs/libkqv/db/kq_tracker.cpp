@@ -136,15 +136,20 @@ extern "C" HT_PT kq_GetCurrentTable(const kq_DB *db) {
 }
 
 extern "C" int kq_SortIdsInTableOrder(HT_PT table, uint16_t type, uint32_t *ids, uint32_t count) {
-  std::vector<std::tuple<uint32_t, uint32_t, uint32_t>> order;  // bucket, depth, id
-  order.reserve(count);
+  using Place = std::tuple<uint32_t, uint32_t, uint32_t>;  // bucket, depth, id
+  /* A tracker sorts a few ids at a time (the running threads): those need
+   * no allocation. */
+  constexpr uint32_t kOnStack = 16;
+  Place few[kOnStack];
+  std::vector<Place> many(count > kOnStack ? count : 0);
+  Place *order = count > kOnStack ? many.data() : few;
   for (uint32_t i = 0; i < count; i++) {
     const kq_StateObject key{type, ids[i], 0, nullptr};
     uint32_t bucket = 0, depth = 0;
     if (!HT_GetWalkPosition(table, &key, &bucket, &depth)) return 0;
-    order.emplace_back(bucket, depth, ids[i]);
+    order[i] = Place{bucket, depth, ids[i]};
   }
-  std::sort(order.begin(), order.end());
+  std::sort(order, order + count);
   for (uint32_t i = 0; i < count; i++) ids[i] = std::get<2>(order[i]);
   return 1;
 }
