@@ -250,17 +250,22 @@ void convert_entries(const std::vector<Entry> &entries, uint32_t mask, uint8_t b
                      const Priorities &first) {
   if (debug) PrintEntriesHeading();
   RecordMaker maker(bigEndian, first);
+  std::vector<const Entry *> kept;
+  for (const Entry &entry : entries) {
+    if (entry.ignored == nullptr) kept.push_back(&entry);
+  }
   uint64_t time = 0;
-  const Entry *previous = nullptr;
+  size_t index = 0;
   for (const Entry &entry : entries) {
     if (entry.ignored != nullptr) {
       if (debug) PrintIgnoredEntry(entry);
       continue;
     }
-    if (previous != nullptr) time += (entry.time - previous->time) & mask;
-    previous = &entry;
+    if (index > 0) time += (entry.time - kept[index - 1]->time) & mask;
+    const Entry *next = index + 1 < kept.size() ? kept[index + 1] : nullptr;
+    index++;
     if (debug) PrintEntry(entry);
-    maker.Add(entry, time);
+    maker.Add(entry, time, next);
   }
 }
 

@@ -111,23 +111,27 @@ using Priorities = std::unordered_map<uint32_t, uint32_t>; /* thread -> priority
  * left out don't count). */
 Priorities FirstPriorities(const std::vector<Entry> &entries);
 
-/* Turns entries, handed over in walk order with their times, into the
- * database's records through cv_database.addEvent.  Keeps the running
- * thread: when an entry's running thread differs from the one before, a
- * context switch to it comes first (none when no thread runs), so that
- * the database's tracker runs the threads the kernel ran.  A thread's
+/* Turns entries, handed over in walk order with their times (and the entry
+ * after each, or null), into the database's records through
+ * cv_database.addEvent.  Keeps the running thread: when an entry's running
+ * thread differs from the one before, a context switch to it comes first
+ * (none when no thread runs), so that the database's tracker runs the
+ * threads the kernel ran.  A resume or suspend entry names the thread the
+ * kernel runs next; when the entry after shows that thread running, its
+ * context switch goes in behind the status change instead.  A thread's
  * priority is the one its latest entry showed, before its first the one
  * `first` gives (0 if none). */
 class RecordMaker {
  public:
   RecordMaker(uint8_t bigEndian, Priorities first) : bigEndian_(bigEndian), priorities_(std::move(first)) {}
-  void Add(const Entry &entry, uint64_t time);
+  void Add(const Entry &entry, uint64_t time, const Entry *next);
 
  private:
   void NotePriority(const Entry &entry);
   uint32_t PriorityOf(uint32_t thread) const;
   void Emit(uint64_t time, uint16_t type, uint16_t subtype, const uint32_t *words, int count);
-  void AddStatusChange(const EventRow &row, const Entry &entry, uint64_t time);
+  void SwitchTo(uint32_t thread, uint64_t time);
+  void AddStatusChange(const EventRow &row, const Entry &entry, uint64_t time, const Entry *next);
   void AddPlain(const EventRow &row, const Entry &entry, uint64_t time);
 
   uint8_t bigEndian_;

@@ -226,7 +226,13 @@ void RecordMaker::Emit(uint64_t time, uint16_t type, uint16_t subtype, const uin
   if (debug) PrintRecord(type, subtype, time, payload, 4 * count, bigEndian_);
 }
 
-void RecordMaker::AddStatusChange(const EventRow &row, const Entry &entry, uint64_t time) {
+void RecordMaker::SwitchTo(uint32_t thread, uint64_t time) {
+  const uint32_t words[2] = {thread, PriorityOf(thread)};
+  Emit(time, kContextSwitch, 0, words, 2);
+  running_ = thread;
+}
+
+void RecordMaker::AddStatusChange(const EventRow &row, const Entry &entry, uint64_t time, const Entry *next) {
   const uint32_t thread = entry.info[0];
   const bool runs = thread == running_;
   const uint16_t status =
@@ -236,6 +242,12 @@ void RecordMaker::AddStatusChange(const EventRow &row, const Entry &entry, uint6
   /* A thread that suspends itself runs no more: its next entry comes after
    * the kernel has run it again. */
   if (runs && row.status == StatusRule::kStateInInfo2 && status != kRunningInLog) running_ = 0;
+  /* Field 4 names the thread the kernel runs next.  When the next entry
+   * shows it running, the kernel switched to it here, not there. */
+  const uint32_t successor = entry.info[3];
+  if (next != nullptr && successor != 0 && successor != running_ && RunningThreadOf(*next) == successor) {
+    SwitchTo(successor, time);
+  }
 }
 
 void RecordMaker::AddPlain(const EventRow &row, const Entry &entry, uint64_t time) {
@@ -247,17 +259,14 @@ void RecordMaker::AddPlain(const EventRow &row, const Entry &entry, uint64_t tim
   Emit(time, row.type, row.subtype, words, namesNoThread ? 0 : 5);
 }
 
-void RecordMaker::Add(const Entry &entry, uint64_t time) {
+void RecordMaker::Add(const Entry &entry, uint64_t time, const Entry *next) {
   NotePriority(entry);
   const uint32_t running = RunningThreadOf(entry);
-  if (running != running_ && running != 0) {
-    const uint32_t words[2] = {running, PriorityOf(running)};
-    Emit(time, kContextSwitch, 0, words, 2);
-  }
+  if (running != running_ && running != 0) SwitchTo(running, time);
   running_ = running;
   const EventRow row = RowOfEvent(entry.eventId);
   if (row.status != StatusRule::kNone) {
-    AddStatusChange(row, entry, time);
+    AddStatusChange(row, entry, time, next);
   } else {
     AddPlain(row, entry, time);
   }

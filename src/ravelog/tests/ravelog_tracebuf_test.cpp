@@ -18,9 +18,9 @@ namespace {
 
 constexpr uint32_t kA = 0xA0, kB = 0xB0, kIsr = 0xFFFFFFFF, kInit = 0xF0F0F0F0, kInvalid = 0xFFFFFFFF;
 
-// One entry: thread pointer, priority field, event id, time, fields 1 and 2.
+// One entry: thread pointer, priority field, event id, time, fields 1, 2, 4.
 struct E {
-  uint32_t thread, priority, id, time, info1 = 0, info2 = 0;
+  uint32_t thread, priority, id, time, info1 = 0, info2 = 0, info4 = 0;
 };
 
 // A little-endian buffer at 0x1000: header, a registry of threads A ("a")
@@ -41,7 +41,7 @@ std::string Buffer(const std::vector<E> &entries, uint32_t slots, uint32_t curre
   }
   for (uint32_t slot = 0; slot < slots; slot++) {
     const E e = slot < entries.size() ? entries[slot] : E{0, 0, 0, 0};
-    for (uint32_t v : {e.thread, e.priority, e.id, e.time, e.info1, e.info2, 0u, 0u}) word(v);
+    for (uint32_t v : {e.thread, e.priority, e.id, e.time, e.info1, e.info2, 0u, e.info4}) word(v);
   }
   return bytes;
 }
@@ -81,6 +81,12 @@ const Case kCases[] = {
     {"after an interrupt over idle the thread it resumed is switched in",
      {{kA, 0x80010001, 2, 1, kA, 4}, {kIsr, 0, 3, 2}, {kIsr, 0, 1, 3, kA, 4}, {kA, 0x80010001, 0x70, 4}}, 4, 0,
      0xFFFFFFFF, "0/10000+8 0/50004+24 1/20001+20 2/50000+24 3/10000+8 3/3001d+20 close"},
+    {"the thread a suspension or resume names to run next is switched in there, when it runs next",
+     {{kA, 0x80010001, 2, 1, kA, 5, kB}, {kB, 0x80020002, 1, 2, kA, 5, kA}, {kA, 0x80010001, 0x70, 3}}, 3, 0,
+     0xFFFFFFFF, "0/10000+8 0/50005+24 0/10000+8 1/50000+24 1/10000+8 2/3001d+20 close"},
+    {"... and only then: an interrupt came first",
+     {{kA, 0x80010001, 2, 1, kA, 5, kB}, {kIsr, 0, 3, 2}, {kB, 0x80020002, 0x70, 3}}, 3, 0, 0xFFFFFFFF,
+     "0/10000+8 0/50005+24 1/20001+20 2/10000+8 2/3001d+20 close"},
     {"a thread that suspended itself is switched in at its next entry",
      {{kA, 0x80010001, 2, 1, kA, 5}, {kA, 0x80010001, 0x70, 2}}, 2, 0, 0xFFFFFFFF,
      "0/10000+8 0/50005+24 1/10000+8 1/3001d+20 close"},

@@ -210,7 +210,7 @@ def runs_after(entry):
 
 
 def check_running_thread(c, tools, name, data):
-    """After each entry's events, the database's RUNNING threads are the
+    """After each entry's own event, the database's RUNNING threads are the
     ones the kernel ran.  Context switches and thread records come from no
     entry of their own."""
     entries, statuses, wrong = kernel_entries(data), {}, []
