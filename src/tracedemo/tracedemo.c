@@ -161,12 +161,16 @@ static void write_file(const char *path, const void *bytes, size_t size, void (*
   if (fclose(out) != 0) fail(path, 0);
 }
 
-/* Sleeps through the run, then, with interrupts locked out so that no
- * thread changes from here on, stops the trace, writes what the kernel
- * says about each thread and the trace memory, and ends the process. */
+/* Sleeps through the run and takes the mutex, so that no thread runs on a
+ * priority lent to it through the mutex when the kernel is asked (a loan to
+ * a suspended thread leaves no entry in the trace; the return of the loan
+ * does).  Then, with interrupts locked out so that no thread changes from
+ * here on, stops the trace, writes what the kernel says about each thread
+ * and the trace memory, and ends the process. */
 static void monitor_entry(ULONG input) {
   (void) input;
   tx_thread_sleep((ULONG) (runMilliseconds * TX_TIMER_TICKS_PER_SECOND / 1000));
+  check("tx_mutex_get", tx_mutex_get(&sharedTotal, TX_WAIT_FOREVER));
   tx_interrupt_control(TX_INT_DISABLE);
   check("tx_trace_disable", tx_trace_disable());
   write_file(infoFile, NULL, 0, write_thread_info);

@@ -149,7 +149,7 @@ class Tools:
         with open(path + ".buf", "wb") as f:
             f.write(data)
         return subprocess.run([self.ravelog] + (["-d"] if debug else []) + [path + ".buf", path], text=True,
-                              capture_output=True, env=dict(os.environ, **dict(env)), timeout=120)
+                              errors="replace", capture_output=True, env=dict(os.environ, **dict(env)), timeout=120)
 
     def kqv(self, name, *args):
         out = subprocess.run([self.kqv_binary, args[0], os.path.join(self.folder, name)] + list(args[1:]) + ["--json"],
