@@ -22,14 +22,16 @@ const char *object_type_name(uint8_t type) {
   return type < std::size(kObjectTypes) ? kObjectTypes[type] : "unknown";
 }
 
-/* The names this listing gives where the other formats' lines don't: the
- * services behind threadServiceCall, and statuses as the tracker stores
- * them (the log's 3 as TX_SUSPENDED, 10 as RUNNING).  Null otherwise. */
+/* The names this listing gives where the other formats' lines don't:
+ * services, also those behind threadServiceCall, and statuses as the
+ * tracker stores them (the log's 3 as TX_SUSPENDED, 10 as RUNNING).  Null
+ * for the other types. */
 const char *own_name(uint16_t type, uint16_t subtype) {
   static char status[64];
-  const unsigned behind = subtype - KQ_THREADX_SERVICE_COUNT;
-  if (type == 3 && subtype >= KQ_THREADX_SERVICE_COUNT && behind < KQ_THREADX_EVENT_COUNT) {
-    return threadTraceEvent[behind];
+  if (type == 3) {
+    const unsigned behind = subtype - KQ_THREADX_SERVICE_COUNT;
+    if (subtype < KQ_THREADX_SERVICE_COUNT) return threadServiceCall[subtype];
+    return behind < KQ_THREADX_EVENT_COUNT ? threadTraceEvent[behind] : "UNKNOWN SERVICE CALL";
   }
   if (type != 5) return nullptr;
   const unsigned stored = subtype == 3 ? 11 : subtype == 10 ? 3 : subtype;
@@ -94,17 +96,17 @@ void PrintIgnoredEntry(const Entry &entry) {
 
 void PrintRecord(uint16_t type, uint16_t subtype, uint64_t time, const unsigned char *payload, int length,
                  uint8_t bigEndian) {
-  const unsigned char none[4] = {0, 0, 0, 0};
-  const unsigned char *word = length >= 4 ? payload : none;
   const auto high = static_cast<uint32_t>(time >> 32);
   const auto low = static_cast<uint32_t>(time);
   const char *name = own_name(type, subtype);
   if (name == nullptr) {
-    debug_PrintEventsInfo(type, subtype, high, low, word, bigEndian);
+    debug_PrintEventsInfo(type, subtype, high, low, payload, bigEndian);  // types 1, 2, 4: a payload
     return;
   }
+  char thread[16] = "          ";  // a service call where no thread runs names none
+  if (length >= 4) snprintf(thread, sizeof thread, "0x%8.8x", kq_ConvertToHostOrder4(bigEndian, payload));
   char description[96];
-  snprintf(description, sizeof description, "0x%8.8x %s", kq_ConvertToHostOrder4(bigEndian, word), name);
+  snprintf(description, sizeof description, "%s %s", thread, name);
   printf("%-48s 0x%2.2x:%2.2x  0x%8.8x:%8.8x\n", description, type, subtype, high, low);
 }
 

@@ -3,8 +3,8 @@
 // threads, interrupts, idle and self-suspension), the statuses of resume,
 // suspend and priority change, the walk from the current entry, times
 // carried over the timer's wraps, entries left out, event ids outside the
-// kernel's table, and the thread records.  The real kernel's recordings and
-// the refusals are tested end to end (tracebuf_e2e_test.py).
+// kernel's table, the thread records and the -d listing.  The real kernel's
+// recordings and the refusals are tested end to end (tracebuf_e2e_test.py).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -127,6 +127,41 @@ TEST_F(TraceBufferDecode, ThreadRecordsTakeThePriorityOfTheFirstEntryAndANameCut
   EXPECT_EQ(calls[1].bytes, std::string("\xa0\0\0\0\0\0\0\0a", 9) + std::string(30, '\0'));
   EXPECT_EQ(calls[2].bytes, std::string("\xb0\0\0\0\x07\0\0\0", 8) + std::string(31, 'b'));
   EXPECT_EQ(calls[0].ticks, 1000000);
+}
+
+TEST_F(TraceBufferDecode, ListingShowsHeaderRegistryAndEachEntryWithItsEvents) {
+  const testsupport::Captured run =
+      Decode(Buffer({{kInit, 0, 6, 7}, {kA, 0x80010001, 2, 9, kA, 4}, {0, 0, 0, 0}}, 3, 2), true);
+  EXPECT_EQ(run.out,
+            "Trace Buffer Header Section\nOffset     Size     Value\n---------  -------- ---------------\n"
+            " 0 (0x00)   4 bytes 0x54585442 = trace buffer id (little-endian)\n"
+            " 4 (0x04)   4 bytes 0xffffffff = timer valid mask\n"
+            " 8 (0x08)   4 bytes 0x00001000 = trace base address\n"
+            "12 (0x0c)   4 bytes 0x00001030 = object registry start pointer\n"
+            "16 (0x10)   2 bytes 0x0000 = reserved\n"
+            "18 (0x12)   2 bytes 32 = object name size (bytes)\n"
+            "20 (0x14)   4 bytes 0x00001090 = object registry end pointer\n"
+            "24 (0x18)   4 bytes 0x00001090 = trace buffer start pointer\n"
+            "28 (0x1c)   4 bytes 0x000010f0 = trace buffer end pointer\n"
+            "32 (0x20)   4 bytes 0x000010d0 = current (oldest) entry pointer\n"
+            "                    1000000 = timer frequency (Hz), not in the buffer: RAVELOG_TICKS_PER_SECOND or "
+            "the default\n\n"
+            "Object Registry Section\nFree Type        Parameter1 Parameter2 Object ID  Object name\n"
+            "---- ----------- ---------- ---------- ---------- -------------------------------\n"
+            "  0  thread      0x00000000 0x00000000 0x000000a0 a\n"
+            "  0  thread      0x00000000 0x00000000 0x000000b0 bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb\n\n"
+            "Trace Entries Section: each entry, then the events it became\n"
+            "Offset     Thread     Priority   Event ID   Time stamp Info 1     Info 2     Info 3     Info 4\n"
+            "---------- ---------- ---------- ---------- ---------- ---------- ---------- ---------- ----------\n"
+            "Thread ID  Event                                 Type:Sub Event time         \n"
+            "---------- ------------------------------------- -------- -------------------\n"
+            "0x00000090 0xf0f0f0f0 0x00000000 0x00000006 0x00000007 0x00000000 0x00000000 0x00000000 0x00000000  "
+            "running\n"
+            "           running                               0x03:3c  0x00000000:00000000\n"
+            "0x000000b0 0x000000a0 0x80010001 0x00000002 0x00000009 0x000000a0 0x00000004 0x00000000 0x00000000  "
+            "thread suspend\n"
+            "0x000000a0 context switch to thread              0x01:00  0x00000000:00000002\n"
+            "0x000000a0 status = TX_SLEEP                     0x05:04  0x00000000:00000002\n");
 }
 
 TEST(TraceBufferEvents, EveryServiceCallOfTheTableCarriesItsServicesName) {
