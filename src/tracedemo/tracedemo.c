@@ -146,7 +146,7 @@ static void write_thread_info(FILE *out) {
     check("tx_thread_info_get", tx_thread_info_get(thread, &name, &state, &runCount, &priority,
                                                    &threshold, &slice, &next, &suspendedNext));
     fprintf(out, "%s\n  {\"id\": %lu, \"name\": \"%s\", \"state\": %u, \"priority\": %u, \"run_count\": %lu}",
-            separator, (unsigned long) (uintptr_t) thread, name_or_blank(name), state, priority, runCount);
+            separator, (unsigned long) (ULONG) (uintptr_t) thread, name_or_blank(name), state, priority, runCount);
     separator = ",";
     thread = next;
   } while (thread != &monitor);
