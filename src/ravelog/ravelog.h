@@ -16,7 +16,8 @@
  * the host's.  Readers compose their results byte by byte.
  *
  * Sources: ravelog_probe.cpp (state, usage, probe), ravelog_read.cpp
- * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_decode.cpp
+ * (readers), ravelog_v2.cpp and ravelog_v1.cpp (decoders), ravelog_tracebuf*.cpp
+ * (the trace buffer: ravelog_tracebuf.h), ravelog_decode.cpp
  * and ravelog_pool.cpp (what the decoders share), ravelog_db.cpp (database
  * points), ravelog_threadx.cpp (state tracking), ravelog_listing.cpp (the -d
  * listing); main.cpp holds only main.
@@ -64,10 +65,13 @@ void PrintUsage(const char *progname);
 
 /* Opens corefile, learns the log's version and byte order from its first two
  * bytes and runs the decoder of that version, which builds the database
- * KQfile.  Returns 0 once the decoder has returned; fails (see the error
- * convention) when the file can't be sized or opened, when both first bytes
- * are nonzero, or when the version is neither 1 nor 2.  The stream stays
- * open until the process ends. */
+ * KQfile.  A file whose first four bytes are the trace buffer id
+ * (CV_TRACE_ID, in either byte order) is the kernel's own trace buffer and
+ * goes to cv_ParseTraceBuffer.  Returns 0 once the decoder has returned;
+ * fails (see the error convention) when the file can't be sized or opened,
+ * when both first bytes are nonzero and the file is no trace buffer, or
+ * when the version is neither 1 nor 2.  The stream stays open until the
+ * process ends. */
 int cv_ParseRawEventFile(const char *corefile, const char *KQfile);
 
 /* ---- Readers ------------------------------------------------------------
@@ -142,6 +146,16 @@ int cv_ParseVersion2(FILE *stream, const char *KQfile, uint8_t bigEndian);
  * be allocated, on a pool of size 0, and on a record that doesn't fit the
  * pool (see ravelog_v1.cpp for which record the scan and the walk refuse). */
 int cv_ParseVersion1(FILE *stream, const char *KQfile, uint8_t bigEndian);
+
+/* The kernel's own trace buffer (ravelog_tracebuf.cpp): a header, the object
+ * registry and a ring of 32-byte entries, all addressed by target pointers.
+ * The whole file is read again from its start; bigEndian is the order the
+ * id was found in.  The registry's threads become thread records, the
+ * entries (walked once from the oldest) events.  Fails with one message
+ * ending in CV_VERIFY_REGION on a header, registry or ring that can't be
+ * what the kernel wrote, or that the file doesn't hold. */
+#define CV_TRACE_ID 0x54585442u
+int cv_ParseTraceBuffer(FILE *stream, const char *KQfile, uint8_t bigEndian);
 
 /* ---- What the decoders share ---------------------------------------------- */
 

@@ -1,8 +1,9 @@
 /*
  * ravelog_probe.cpp - the dump conversion's process-wide state, the usage
  * text, and the probe that learns a corefile's version and byte order from
- * its first two bytes and hands the open stream to that version's decoder.
- * The decoders live in ravelog_v2.cpp and ravelog_v1.cpp.
+ * its first two bytes (a trace buffer from its first four) and hands the
+ * open stream to that format's decoder.  The decoders live in
+ * ravelog_v2.cpp, ravelog_v1.cpp and ravelog_tracebuf.cpp.
  */
 #include "ravelog.h"
 
@@ -31,11 +32,26 @@ extern "C" void PrintUsage(const char *progname) {
 
 /* ---- Probe -------------------------------------------------------------- */
 
+/* Whether the file whose first bytes were byte0 and byte1 is a trace buffer:
+ * its next two bytes complete the id in one byte order or the other, which
+ * goes to *bigEndian.  Reads quietly, so that a file of two or three bytes
+ * meets the same refusal as before. */
+static bool is_trace_buffer(unsigned char byte0, unsigned char byte1, FILE *stream, uint8_t *bigEndian) {
+  unsigned char rest[2];
+  if (fread(rest, 1, sizeof rest, stream) != sizeof rest) return false;
+  const uint32_t big = uint32_t{byte0} << 24 | uint32_t{byte1} << 16 | uint32_t{rest[0]} << 8 | rest[1];
+  const uint32_t little = uint32_t{rest[1]} << 24 | uint32_t{rest[0]} << 16 | uint32_t{byte1} << 8 | byte0;
+  if (big != CV_TRACE_ID && little != CV_TRACE_ID) return false;
+  *bigEndian = big == CV_TRACE_ID ? 1 : 0;
+  return true;
+}
+
 /* The first two bytes are a 16-bit version word in the target's order; the
  * version is small, so one byte is zero and its place tells the order:
  *   00 v  -> big-endian, version v (00 00 included)
  *   v  00 -> little-endian, version v (v nonzero)
- *   both nonzero -> refused */
+ *   both nonzero -> the trace buffer when the first four bytes are its id,
+ *                   refused otherwise */
 extern "C" int cv_ParseRawEventFile(const char *corefile, const char *KQfile) {
   const int size = gen_filesize(corefile);
   if (size < 0) {
@@ -62,6 +78,11 @@ extern "C" int cv_ParseRawEventFile(const char *corefile, const char *KQfile) {
     bigEndian = 1;
   } else {
     if (byte1 != 0) {
+      uint8_t traceOrder = 0;
+      if (is_trace_buffer(byte0, byte1, stream, &traceOrder)) {
+        cv_ParseTraceBuffer(stream, KQfile, traceOrder);
+        return 0;
+      }
       gen_errorexit(1, "Bad format detected in core file.  First two bytes were both non-zero.\n"
                        "Verify that the correct target memory region was saved.");
       return 0;

@@ -90,6 +90,35 @@ const char *const threadServiceCall[KQ_THREADX_SERVICE_COUNT] = {
     "tx_timer_info_get",           /* 0x3a */
 };
 
+/* Behind threadServiceCall, in the order of the kernel's trace event ids. */
+const char *const threadTraceEvent[KQ_THREADX_EVENT_COUNT] = {
+    "time slice",                                /* 0x3b, trace event 5 */
+    "running",                                   /* 0x3c, trace event 6 */
+    "tx_block_pool_performance_info_get",        /* 0x3d, trace event 14 */
+    "tx_block_pool_performance_system_info_get", /* 0x3e, trace event 15 */
+    "tx_byte_pool_performance_info_get",         /* 0x3f, trace event 24 */
+    "tx_byte_pool_performance_system_info_get",  /* 0x40, trace event 25 */
+    "tx_event_flags_performance_info_get",       /* 0x41, trace event 34 */
+    "tx_event_flags_performance_system_info_get", /* 0x42, trace event 35 */
+    "tx_event_flags_set_notify",                 /* 0x43, trace event 37 */
+    "tx_mutex_performance_info_get",             /* 0x44, trace event 54 */
+    "tx_mutex_performance_system_info_get",      /* 0x45, trace event 55 */
+    "tx_queue_performance_info_get",             /* 0x46, trace event 65 */
+    "tx_queue_performance_system_info_get",      /* 0x47, trace event 66 */
+    "tx_queue_send_notify",                      /* 0x48, trace event 70 */
+    "tx_semaphore_ceiling_put",                  /* 0x49, trace event 80 */
+    "tx_semaphore_performance_info_get",         /* 0x4a, trace event 85 */
+    "tx_semaphore_performance_system_info_get",  /* 0x4b, trace event 86 */
+    "tx_semaphore_put_notify",                   /* 0x4c, trace event 89 */
+    "tx_thread_entry_exit_notify",               /* 0x4d, trace event 102 */
+    "tx_thread_performance_info_get",            /* 0x4e, trace event 105 */
+    "tx_thread_performance_system_info_get",     /* 0x4f, trace event 106 */
+    "tx_thread_reset",                           /* 0x50, trace event 110 */
+    "tx_thread_stack_error_notify",              /* 0x51, trace event 113 */
+    "tx_timer_performance_info_get",             /* 0x52, trace event 128 */
+    "tx_timer_performance_system_info_get",      /* 0x53, trace event 129 */
+};
+
 /* ---- By the kind of database ----------------------------------------------------- */
 
 namespace {
@@ -111,7 +140,9 @@ extern "C" const char *kq_GetStatusName(kq_DB *db, uint16_t status) {
 
 extern "C" const char *kq_GetServiceName(kq_DB *db, uint16_t subtype) {
   if (kq_IsThreadX(db)) {
-    return subtype < KQ_THREADX_SERVICE_COUNT ? threadServiceCall[subtype] : nullptr;
+    if (subtype < KQ_THREADX_SERVICE_COUNT) return threadServiceCall[subtype];
+    const unsigned behind = subtype - KQ_THREADX_SERVICE_COUNT;
+    return behind < KQ_THREADX_EVENT_COUNT ? threadTraceEvent[behind] : nullptr;
   }
   kq_Event call{};
   call.type = 3;

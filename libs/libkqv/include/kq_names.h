@@ -30,6 +30,13 @@ extern const char *const threadStatus[KQ_THREADX_STATUS_COUNT];
 #define KQ_THREADX_SERVICE_COUNT 59
 extern const char *const threadServiceCall[KQ_THREADX_SERVICE_COUNT];
 
+/* The kernel's other traced events, which threadServiceCall has no row for:
+ * a service call of subtype KQ_THREADX_SERVICE_COUNT + i is
+ * threadTraceEvent[i].  The converter gives them these subtypes when it
+ * reads the kernel's own trace buffer. */
+#define KQ_THREADX_EVENT_COUNT 25
+extern const char *const threadTraceEvent[KQ_THREADX_EVENT_COUNT];
+
 /* 1 when db's configuration name is "threadx" (any case), else 0. */
 int kq_IsThreadX(kq_DB *db);
 
@@ -39,9 +46,9 @@ int kq_IsThreadX(kq_DB *db);
 const char *kq_GetStatusName(kq_DB *db, uint16_t status);
 
 /* The name of the service that a kernel call (type 3) of this subtype
- * calls: threadServiceCall[subtype] for a ThreadX database, otherwise the
- * kernel call's long name without its "Kernel Call: " prefix; null when the
- * subtype names no service. */
+ * calls: threadServiceCall[subtype], or threadTraceEvent behind it, for a
+ * ThreadX database, otherwise the kernel call's long name without its
+ * "Kernel Call: " prefix; null when the subtype names no service. */
 const char *kq_GetServiceName(kq_DB *db, uint16_t subtype);
 
 #ifdef __cplusplus
