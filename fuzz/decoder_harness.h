@@ -16,11 +16,15 @@
  * hook gen_exit: here gen_exit throws, the harness catches it and goes on
  * to the next input, and the unwinding frees the event pool as the end of
  * the process would have.  The database points (cv_database) are replaced
- * by ones that keep no database and check what the decoder hands them:
- * one open, then thread records, then events, then one close, never a call
+ * by ones that write no file and check what the decoder hands them: one
+ * open, then thread records, then events, then one close, never a call
  * after the close; payloads of the lengths a log can hold, whose every byte
  * is read (so that the address sanitizer sees a read outside the pool);
  * settled times that never fall; no more events than the pool can hold.
+ * Each record then goes to the converter's tracker (ThreadX_SaveStateChange)
+ * as the database writer hands it over, on a handle with no files (the
+ * writer records nothing in a handle without a stream), with the object
+ * tables in memory and the used table renewed every block of 100 events.
  */
 #ifndef RAVELOG_FUZZ_DECODER_HARNESS_H
 #define RAVELOG_FUZZ_DECODER_HARNESS_H
@@ -31,6 +35,8 @@
 
 #include "fuzz_support.h"
 #include "indgeninit.h"
+#include "kq_io.h"
+#include "kq_state.h"
 #include "ravelog.h"
 
 namespace decoderharness {
@@ -54,8 +60,37 @@ struct Watch {
   uint64_t events = 0;
   uint64_t lastTime = 0;
   unsigned sum = 0; /* of every byte handed over, so that each is read */
+  kq_DB *db = nullptr; /* the tracker's handle, without files */
+  uint32_t records = 0; /* handed to the tracker */
 };
 Watch watch;
+
+/* Hands one record to the tracker the way kq_AddEventFromRawBytes does. */
+void Track(uint32_t high, uint32_t low, uint32_t typeWord, const unsigned char *payload,
+           uint32_t length) {
+  kq_DB *db = watch.db;
+  if (watch.records % 100 == 0) {
+    db->usedState->table = HT_CloneInto(db->usedState->table, db->currentState->table);
+  }
+  kq_Event event{};
+  event.time = (uint64_t{high} << 32) | low;
+  event.eventNumber = watch.records++;
+  event.type = static_cast<uint16_t>(typeWord >> 16);
+  event.subtype = static_cast<uint16_t>(typeWord & 0xFFFFu);
+  event.length = length;
+  event.data = const_cast<unsigned char *>(payload);
+  const int tracked =
+      ThreadX_SaveStateChange(db, db->currentState->table, db->usedState->table, &event);
+  FUZZ_CHECK(tracked == (event.type >= 1 && event.type <= 7 ? 1 : 0),
+             "the tracker's answer doesn't follow the event's type");
+  /* A refusal stops the writer, and the converter ends with status 1. */
+  if (!tracked) throw ConverterExit{1};
+}
+
+void EndTracking() {
+  kq_Close(watch.db);
+  watch.db = nullptr;
+}
 
 void WatchOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian) {
   FUZZ_CHECK(watch.opens == 0, "database opened twice");
@@ -63,6 +98,10 @@ void WatchOpen(const char *KQfile, int32_t ticksPerSecond, uint8_t bigEndian) {
   FUZZ_CHECK(bigEndian == watch.bigEndian, "byte order differs from the probe's");
   FUZZ_CHECK(ticksPerSecond == tbfreq, "ticks per second differ from the header's");
   watch.opens++;
+  watch.db = New_kq_DB();
+  watch.db->isBigEndian = bigEndian;
+  watch.db->currentState = kq_NewState();
+  watch.db->usedState = kq_NewState();
 }
 
 void WatchAddThread(const unsigned char *record) {
@@ -73,6 +112,7 @@ void WatchAddThread(const unsigned char *record) {
   FUZZ_CHECK(watch.threads <= static_cast<uint64_t>(TNIS > 0 ? TNIS : 0),
              "more thread records than the thread list has entries");
   for (int i = 0; i < CV_THREAD_RECORD_SIZE; i++) watch.sum += record[i];
+  Track(0, 0, CV_THREAD_RECORD_TYPEWORD, record, CV_THREAD_RECORD_SIZE);
 }
 
 void WatchAddEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigned char *payload,
@@ -97,6 +137,7 @@ void WatchAddEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigne
   const uint64_t room = static_cast<uint32_t>(EVPS) / (watch.version == 2 ? CV_V2_SLOT_SIZE
                                                                           : CV_V1_HEAD_SIZE + 1);
   FUZZ_CHECK(watch.events <= room, "more events than the pool can hold");
+  Track(high, low, typeWord, payload, static_cast<uint32_t>(length));
 }
 
 void WatchClose() {
@@ -143,6 +184,7 @@ int Run(const uint8_t *data, size_t size, int version) {
   } catch (const ConverterExit &end) {
     FUZZ_CHECK(end.status == 1, "the converter ended with a status other than 1");
   }
+  EndTracking();
   fclose(stream);
   return 0;
 }

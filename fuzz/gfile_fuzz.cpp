@@ -109,7 +109,8 @@ void RunOperation(GFile *gf, uint8_t op, fuzzsupport::Input &ops) {
       sum += static_cast<unsigned>(gf_got_error(gf) + gf_hit_end(gf));
       break;
   }
-  sum += static_cast<unsigned>(a + b + c) + x.lo + x.hi + y.lo + y.hi;
+  sum += static_cast<unsigned>(a) + static_cast<unsigned>(b) + static_cast<unsigned>(c) + x.lo + x.hi +
+         y.lo + y.hi;
 }
 
 } // namespace

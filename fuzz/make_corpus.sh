@@ -17,6 +17,7 @@ hex() { local h; h=$(tr -d ' \n' <<<"$*"); printf "$(sed 's/\(..\)/\\x\1/g' <<<"
 # name34 TEXT: a thread name field, zero-padded to 34 bytes.
 name34() { printf '%s' "$1"; head -c $((34 - ${#1})) /dev/zero; }
 
+rm -rf "$out"/{v2_decoder,v1_decoder,db_reader,check,gfile}
 mkdir -p "$out"/{v2_decoder,v1_decoder,db_reader,check,gfile}
 
 # ---- Version 2: header, threads (name, valid, next, id, priority), slots.
@@ -40,6 +41,24 @@ mkdir -p "$out"/{v2_decoder,v1_decoder,db_reader,check,gfile}
   hex 00 02  00 00  00000040  00000002  00100000  00100000  000003E8
   head -c 64 /dev/zero
 } >"$work/v2_empty.core"
+
+{ # big-endian, two threads, 128 slots from slot 5: switches, service
+  # calls, status changes and interrupts, two blocks of the database.
+  hex 00 02  00 02  00001000  00000080  20000000  200000A0  000F4240
+  name34 alpha; hex 01 01 0000A001 00000005
+  name34 beta; hex 01 00 0000B002 00000007
+  for slot in $(seq 0 127); do
+    order=$(((slot + 123) % 128))
+    id=$([ $((order % 6)) -lt 3 ] && echo 0000A001 || echo 0000B002)
+    case $((order % 4)) in
+      0) type=0001; sub=0000 ;;
+      1) type=0003; sub=00$(printf '%02X' $((order % 46))) ;;
+      2) type=0005; sub=000$((order % 3 * 3 % 10)) ;;
+      3) type=0002; sub=0001 ;;
+    esac
+    hex "$type" "$sub" 00000000 "$(printf '%08X' $((100 + 7 * order)))" "$id" 00000009 00 00 00 00 00 00 00 00 00 00 00 00
+  done
+} >"$work/v2_two_blocks.core"
 
 # ---- Version 1: header (thread count, pool size, four stored words,
 # frequency), threads, a pool of records: length byte, type, subtype, time
@@ -66,7 +85,7 @@ cp examples/sample_v1_big.core examples/sample_v1_little.core "$work"/v1_*.core 
 
 # ---- Databases: U4 length of .kqv, U4 length of .kqs, .kqv, .kqs, .kqi.
 u4() { printf "$(printf '\\x%02x\\x%02x\\x%02x\\x%02x' $(($1 >> 24 & 255)) $(($1 >> 16 & 255)) $(($1 >> 8 & 255)) $(($1 & 255)))"; }
-for core in examples/sample_v2_big.core examples/sample_v1_little.core "$work"/*.core; do
+for core in examples/sample_v1_little.core "$work"/*.core; do
   name=$(basename "$core" .core)
   "$ravelog" "$core" "$work/$name" >/dev/null 2>&1 || continue
   {
