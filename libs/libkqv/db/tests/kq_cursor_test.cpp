@@ -36,7 +36,8 @@ int RandomTracker(kq_DB *db, HT_PT current, HT_PT used, kq_Event *) {
     const uint32_t roll = r.Below(10);
     if (roll < 3 || alive.empty()) {
       const std::pair<uint16_t, uint32_t> key{static_cast<uint16_t>(r.Below(3)), r.Below(40)};
-      const std::string value(1 + r.Below(20), static_cast<char>('a' + r.Below(26)));
+      const auto letter = static_cast<char>('a' + r.Below(26));  // drawn first on every compiler
+      const std::string value(1 + r.Below(20), letter);
       kq_SaveStateChangeNew(db, current, used, key.first, key.second,
                             static_cast<uint16_t>(value.size()), value.data());
       alive.push_back(key);
@@ -68,9 +69,12 @@ void WriteDatabase(const std::string &base, uint64_t seed, uint32_t events,
     time += r.Below(4);
     uint8_t payload[12];
     for (uint8_t &byte : payload) byte = static_cast<uint8_t>(r.Next());
+    // Drawn in this order on every compiler (arguments have none).
+    const uint32_t length = r.Below(13);
+    const uint32_t type = 1 + r.Below(7);
     ASSERT_TRUE(kq_AddEventFromRawBytes(db, static_cast<uint32_t>(time >> 32),
-                                        static_cast<uint32_t>(time), (1 + r.Below(7)) << 16 | i % 5,
-                                        payload, r.Below(13)));
+                                        static_cast<uint32_t>(time), type << 16 | i % 5, payload,
+                                        length));
   }
   if (keepOpen != nullptr) {
     keepOpen->push_back(db);
