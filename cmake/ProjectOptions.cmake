@@ -15,6 +15,14 @@ if(RAVELOG_SANITIZE)
   # Lets a test leave out what is too slow under the sanitizers.
   target_compile_definitions(project_options INTERFACE RAVELOG_SANITIZED=1)
 endif()
+if(RAVELOG_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT CMAKE_C_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "RAVELOG_BUILD_FUZZ needs clang (libFuzzer): use the fuzz preset")
+  endif()
+  # Every library carries the coverage hooks that steer libFuzzer; only the
+  # fuzz targets link libFuzzer itself (fuzz/CMakeLists.txt).
+  target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # ravelog_add_tests(<library> [LIBS extra...])
 # Builds every tests/*_test.cpp of the calling directory into its own

@@ -556,7 +556,9 @@ void gf_get_array_4(GFile *gf, uint32_t *buf, uint32_t n);
  * and the position stays. */
 void gf_get_mapped_array_4(GFile *gf, const uint32_t **ptr, uint32_t n);
 /* Passes over n words: with hd storage the pad (checked) and a seek,
- * without n times gf_get_4. */
+ * without n times gf_get_4, or fewer when the end of the file comes first
+ * (the reads behind it would read nothing), so the cost follows the file's
+ * bytes, not n. */
 void gf_skip_array_4(GFile *gf, uint32_t n);
 /* Reverses the four bytes of each of the n words at buf in place. */
 void gf_swap_array_4(uint32_t *buf, uint32_t n);

@@ -15,6 +15,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstdio>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -394,6 +395,24 @@ TEST_F(GFileTest, FourByteArraysWithAndWithoutHdStorage) {
   uint32_t swapped[] = {0x11223344u, 0xA0B0C0D0u};
   gf_swap_array_4(swapped, 2);
   EXPECT_TRUE(swapped[0] == 0x44332211u && swapped[1] == 0xD0C0B0A0u);
+}
+
+// Caught by fuzzing: without hd storage a skip of a count taken from the
+// input read on at the end of the file, minutes for billions of words.  It
+// ends where the file does, at once.
+TEST_F(GFileTest, SkippingWordsPastTheEndStopsAtTheEnd) {
+  const struct { int32_t from; uint32_t words; int32_t to; int hitEnd; } rows[] = {
+      {20, 3, 32, 0}, {20, 4, 32, 1}, {20, 0x11121508u, 32, 1}, {22, 1u << 28, 32, 1}};
+  const auto started = std::chrono::steady_clock::now();
+  for (const auto &row : rows) {
+    GFile *gf = OpenWith(0, 0, HexBytes("00000001 00000002 00000003"));
+    gf_seek(gf, row.from);
+    gf_skip_array_4(gf, row.words);
+    EXPECT_EQ(gf_tell(gf, nullptr), row.to) << row.words;
+    EXPECT_EQ(gf_hit_end(gf), row.hitEnd) << row.words;
+    gf_close(gf);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(1));
 }
 
 TEST_F(GFileTest, EachFailureSetsItsFlagAndTheFileSpeaksOnce) {
