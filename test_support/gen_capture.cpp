@@ -3,24 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstring>
-
-#include "indgeninit.h"
 #include "indgen_string.h"
+#include "indgeninit.h"
 
 namespace testsupport {
 
-namespace {
-void ThrowingExit(int status) { throw GenExitCalled{status}; }
-}  // namespace
-
-ScopedThrowingExit::ScopedThrowingExit() : saved_(gen_exit) { gen_exit = ThrowingExit; }
+ScopedThrowingExit::ScopedThrowingExit() : saved_(gen_exit) { gen_exit = [](int status) { throw GenExitCalled{status}; }; }
 ScopedThrowingExit::~ScopedThrowingExit() { gen_exit = saved_; }
 
-ScopedProgName::ScopedProgName(const char *name) : saved_(gen_progname) {
-  gen_progname = gen_copy(name);
-}
+ScopedProgName::ScopedProgName(const char *name) : saved_(gen_progname) { gen_progname = gen_copy(name); }
 ScopedProgName::~ScopedProgName() {
   gen_free(gen_progname);
   gen_progname = saved_;
@@ -28,27 +19,27 @@ ScopedProgName::~ScopedProgName() {
 
 Captured RunCapturing(const std::function<void()> &body) {
   Captured result;
-  ScopedThrowingExit exit_hook;
+  ScopedThrowingExit exitHook;
   fflush(stdout);
   fflush(stderr);
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
-  try {
-    body();
-  } catch (const GenExitCalled &exit_called) {
-    result.exited = true;
-    result.status = exit_called.status;
-  } catch (...) {
+  auto collect = [&result] {
     fflush(stdout);
     fflush(stderr);
-    testing::internal::GetCapturedStderr();
-    testing::internal::GetCapturedStdout();
+    result.err = testing::internal::GetCapturedStderr();
+    result.out = testing::internal::GetCapturedStdout();
+  };
+  try {
+    body();
+  } catch (const GenExitCalled &called) {
+    result.exited = true;
+    result.status = called.status;
+  } catch (...) {
+    collect();
     throw;
   }
-  fflush(stdout);
-  fflush(stderr);
-  result.err = testing::internal::GetCapturedStderr();
-  result.out = testing::internal::GetCapturedStdout();
+  collect();
   return result;
 }
 

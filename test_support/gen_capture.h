@@ -1,7 +1,6 @@
-// Test vocabulary for code that speaks through the foundation's hooks: runs a
-// piece of code with gen_exit turned into an exception, and captures what it
-// printed on standard output and standard error, so a test can check exact
-// messages and exit statuses without ending the test process.
+// Runs code with the foundation's gen_exit turned into an exception and what
+// it prints on standard output and standard error captured, so that a test
+// checks exact messages and exit statuses without ending its process.
 #ifndef RAVELOG_TEST_SUPPORT_GEN_CAPTURE_H
 #define RAVELOG_TEST_SUPPORT_GEN_CAPTURE_H
 
@@ -10,44 +9,37 @@
 
 namespace testsupport {
 
-// Thrown by the capturing gen_exit in place of ending the process.
-struct GenExitCalled {
+struct GenExitCalled {  // thrown by the capturing gen_exit
   int status;
 };
 
-// What a captured run printed and how it ended.
 struct Captured {
-  std::string out;       // standard output
-  std::string err;       // standard error
-  bool exited = false;   // gen_exit was called
-  int status = 0;        // its status, when exited
+  std::string out, err;  // standard output and error
+  bool exited = false;   // gen_exit was called, with
+  int status = 0;
 };
 
-// Runs body with gen_exit replaced and both output streams captured.  The
-// hooks are restored afterwards, also when body throws something else.
+// Runs body with gen_exit replaced and both streams captured; the hooks come
+// back afterwards, also when body throws something else.
 Captured RunCapturing(const std::function<void()> &body);
 
-// While alive, gen_exit throws GenExitCalled; the old hook comes back at
-// destruction.
+// While alive, gen_exit throws GenExitCalled.
 class ScopedThrowingExit {
  public:
   ScopedThrowingExit();
   ~ScopedThrowingExit();
   ScopedThrowingExit(const ScopedThrowingExit &) = delete;
-  ScopedThrowingExit &operator=(const ScopedThrowingExit &) = delete;
 
  private:
   void (*saved_)(int);
 };
 
-// Sets the program name used in messages for the lifetime of the object
-// (null for none) and restores the previous one.
+// While alive, messages name this program (null: none).
 class ScopedProgName {
  public:
   explicit ScopedProgName(const char *name);
   ~ScopedProgName();
   ScopedProgName(const ScopedProgName &) = delete;
-  ScopedProgName &operator=(const ScopedProgName &) = delete;
 
  private:
   char *saved_;

@@ -1,7 +1,8 @@
 // Temporary directories and whole-file helpers for tests; see temp_dir.h.
 #include "temp_dir.h"
 
-#include <cstdlib>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -10,21 +11,17 @@
 namespace testsupport {
 
 TempDir::TempDir(const std::string &parent) {
-  const std::filesystem::path base =
-      parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent);
-  std::string pattern = (base / "ravelog-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  path_ = pattern;
+  path_ = ((parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent)) / "ravelog-test-XXXXXX").string();
+  if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
 }
 
 TempDir::~TempDir() {
   std::error_code ignored;
-  std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                               std::filesystem::perm_options::add, ignored);
+  std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ignored);
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::file(const std::string &name) const { return path_ + "/" + name; }
+std::string MemoryTempParent() { return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : ""; }
 
 std::string ReadFileBytes(const std::string &name) {
   std::ifstream in(name, std::ios::binary);
@@ -33,8 +30,7 @@ std::string ReadFileBytes(const std::string &name) {
 
 bool WriteFileBytes(const std::string &name, const std::string &bytes) {
   std::ofstream out(name, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return static_cast<bool>(out);
+  return static_cast<bool>(out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
 }
 
 bool FileExists(const std::string &name) {

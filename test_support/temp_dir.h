@@ -1,6 +1,5 @@
-// A fresh directory under the system's temporary directory (or under
-// `parent` when one is given) for one test, removed with everything in it
-// when the object goes.
+// A fresh directory for one test under the system's temporary directory (or
+// `parent`), removed with all in it when the object goes; whole-file helpers.
 #ifndef RAVELOG_TEST_SUPPORT_TEMP_DIR_H
 #define RAVELOG_TEST_SUPPORT_TEMP_DIR_H
 
@@ -13,21 +12,16 @@ class TempDir {
   explicit TempDir(const std::string &parent = "");
   ~TempDir();
   TempDir(const TempDir &) = delete;
-  TempDir &operator=(const TempDir &) = delete;
-
   const std::string &path() const { return path_; }
-  // path() + "/" + name
-  std::string file(const std::string &name) const;
+  std::string file(const std::string &name) const { return path_ + "/" + name; }
 
  private:
   std::string path_;
 };
 
-// Whole contents of a file as bytes; empty when it can't be read.
-std::string ReadFileBytes(const std::string &name);
-// Writes bytes as the whole file; returns false on failure.
-bool WriteFileBytes(const std::string &name, const std::string &bytes);
-// Whether a file of that name exists.
+std::string MemoryTempParent();  // /dev/shm when the host has it (no disk), else the default
+std::string ReadFileBytes(const std::string &name);  // empty when it can't be read
+bool WriteFileBytes(const std::string &name, const std::string &bytes);  // false on failure
 bool FileExists(const std::string &name);
 
 }  // namespace testsupport
