@@ -1,13 +1,9 @@
-// Builds corefiles for tests and benchmarks: the saved target memory that
-// ravelog reads, of version 1 or 2 and of either byte order.
-//
-//   Corefile core = Corefile::V2(Endian::kBig, 64).Start(32).Thread("main", 0x1234, 10);
-//   core.Slot(0, 1, 0, 0, 100, core.Words({0x1234}));   // then core.Bytes()
-//
-// A header field follows the contents (the thread count the threads, the
-// pool size the pool, the capacity the pool size, the current event pointer
-// location + start offset) until a test sets it, right or wrong.  Numbers are
-// written in the file's byte order; names, payloads and raw bytes as given.
+// The one builder of corefiles, the saved target memory that ravelog reads,
+// of version 1 or 2 and of either byte order:
+//   Corefile::V2(Endian::kBig, 64).Start(32).Thread("main", 0x1234, 10).Slot(0, 1, 0, 0, 100, payload).Bytes()
+// A header field follows the contents (thread count, pool size, capacity,
+// current event pointer = location + start offset) until a test sets it,
+// right or wrong.  Numbers go in the file's byte order, bytes as given.
 #ifndef RAVELOG_TEST_SUPPORT_COREFILE_BUILDER_H
 #define RAVELOG_TEST_SUPPORT_COREFILE_BUILDER_H
 
@@ -22,12 +18,10 @@ enum class Endian { kBig, kLittle };
 
 class Corefile {
  public:
-  // An all-zero pool, no threads, 1000 Hz; version 2 with its pool at
-  // 0x00100000 and the current event pointer at its start.
+  // An all-zero pool, no threads, 1000 Hz; version 2's pool at 0x00100000.
   static Corefile V2(Endian order, uint32_t poolSize = 64) { return Corefile(2, order, poolSize); }
   static Corefile V1(Endian order, uint32_t poolSize = 64) { return Corefile(1, order, poolSize); }
 
-  // Header fields: both versions; version 2; the four stored words of version 1.
   Corefile &ThreadCount(int16_t n) { return Set(threadCount_, n); }
   Corefile &Evps(uint32_t size) { return Set(evps_, size); }
   Corefile &TimerHz(uint32_t hz) { return Set(hz_, hz); }
@@ -38,8 +32,7 @@ class Corefile {
   Corefile &V1Words(uint32_t eqSize, uint32_t evploc, uint32_t qhead, uint32_t qtail) {
     return Set(v1Words_, Words({eqSize, evploc, qhead, qtail}));
   }
-  // A thread list entry: the 34-byte name field (cut, zero-padded), Valid,
-  // Next, Thread ID, Priority.
+  // A thread list entry: the 34-byte name field (cut, zero-padded), Valid, Next, Thread ID, Priority.
   Corefile &Thread(const std::string &name, uint32_t id, uint32_t priority, uint8_t valid = 1, uint8_t next = 0);
   // Raw bytes at a pool offset, wrapping at the pool's end.
   Corefile &PoolBytes(uint32_t offset, const std::string &bytes);
@@ -49,9 +42,8 @@ class Corefile {
     return PoolBytes(offset, SlotBytes(type, subtype, uint64_t{high} << 32 | low, payload.substr(0, 20)));
   }
   std::string SlotBytes(uint16_t type, uint16_t subtype, uint64_t time, const std::string &payload) const;
-  // A version 1 record, wrapping byte by byte: length byte (12 + payload size
-  // unless given), type, subtype, time, payload.  Append puts one right
-  // behind the last record placed (at 0 for the first).
+  // A version 1 record, wrapping byte by byte: length byte (12 + payload size unless
+  // given), type, subtype, time, payload; Append puts it behind the last one placed.
   Corefile &Record(uint32_t offset, uint16_t type, uint16_t subtype, uint32_t high, uint32_t low,
                    const std::string &payload = "", int lengthByte = -1);
   Corefile &Append(uint16_t type, uint16_t subtype, uint32_t high, uint32_t low, const std::string &payload = "",
@@ -61,7 +53,6 @@ class Corefile {
   // Bytes written behind the pool.
   Corefile &Trailer(const std::string &bytes) { return Set(trailer_, trailer_ + bytes); }
 
-  // Numbers in the file's byte order.
   std::string Word16(uint16_t value) const;
   std::string Word32(uint32_t value) const { return big_ ? Word16(value >> 16) + Word16(uint16_t(value)) : Word16(uint16_t(value)) + Word16(value >> 16); }
   std::string Words(std::initializer_list<uint32_t> values) const;

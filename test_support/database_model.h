@@ -1,12 +1,10 @@
-// The tests' model of an event database, one vocabulary for the database
-// library's tests and the converter's: a script of events, each with the
-// state changes its tracker records; the replay of a script to the state
-// before any event; the exact bytes of the three files a script gives, with
-// snapshots and object lists in the walk order of the library's tables
-// (adt_hash.h); and the ThreadX tracking that turns converter records into
-// script events.  Written from the file layout (kq_io_format.h) and the
-// trackers' rules alone: it calls nothing of the library.  Writing a script
-// through the library and reading answers back: database_script.h.
+// The tests' one model of an event database, for the library's tests and the
+// converter's: a script of events with the changes their tracker records;
+// its replay to the state before any event; the exact bytes of the files it
+// gives (snapshots and object lists in the library's table order,
+// adt_hash.h); and the ThreadX tracking that turns converter records into
+// script events.  Written from kq_io_format.h and the trackers' rules alone;
+// it calls nothing of the library (database_script.h does).
 #ifndef RAVELOG_TEST_SUPPORT_DATABASE_MODEL_H
 #define RAVELOG_TEST_SUPPORT_DATABASE_MODEL_H
 
@@ -59,12 +57,10 @@ State Replay(const Script &script, size_t count);  // after the first `count` ev
 size_t FirstAtOrAfter(const Script &script, uint64_t t);  // size when none
 Script Listed(const Script &script, size_t first, size_t last);  // [first, last) numbered from 1
 
-// `count` events of types 1..7 in times that never fall (runs of equal
-// times, some longer than a block, and jumps), payloads whose first four
-// bytes name a Task (some shorter), and changes of Tasks 0x100..0x10F
-// (76-byte values), type 3 ids 0..7 (8 bytes) and type 9 ids 0..4 (empty):
-// News also of objects that exist, Mods also ones that don't fit or miss,
-// Dels also of nothing.
+// Events of types 1..7 in times that never fall (runs of equal times, some
+// longer than a block, jumps), payloads naming a Task (some too short), and
+// changes of Tasks 0x100..0x10F (76 bytes), type 3 ids 0..7 (8 bytes), type 9
+// ids 0..4 (empty): News of objects that exist, Mods that don't fit, Dels of nothing.
 Script GenerateScript(Random &random, size_t count);
 // Event k (from 0) at first + k * step, of type 4, names task k + 1 in its
 // payload and creates it with that 4-byte value.
@@ -96,10 +92,9 @@ std::string GFileHeader(int fileType);
 std::string TaskValue(std::optional<uint16_t> status, std::optional<uint32_t> priority = {},
                       std::optional<std::string> name = {}, std::optional<std::string> secondName = {});
 
-// The converter's tracking: records (time, type, subtype, payload in the
-// log's order) in, script events with the changes the tracker makes out.
-// Types 1, 3, 5 (status 3 -> 11, 10 -> 3) and 6 make and change Tasks; 2, 4
-// and 7 change nothing; nothing is read beyond a payload's bytes.
+// The converter's tracking: records (payloads in the log's order) in, events
+// with the tracker's changes out.  Types 1, 3, 5 (status 3 -> 11, 10 -> 3) and
+// 6 make and change Tasks; 2, 4 and 7 nothing; no byte beyond a payload is read.
 class ThreadXLog {
  public:
   explicit ThreadXLog(bool bigEndian);

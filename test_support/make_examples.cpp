@@ -1,9 +1,9 @@
-// make_examples DIR: writes the sample corefiles of example_dumps.h into DIR
+// make_examples DIR: writes the sample corefiles of simulated_dump.h into DIR
 // (examples/ of the source tree is where they are committed).
 #include <cstdio>
 #include <string>
 
-#include "example_dumps.h"
+#include "simulated_dump.h"
 #include "temp_dir.h"
 
 int main(int argc, char **argv) {

@@ -1,5 +1,6 @@
 // The one simulation of a ThreadX system behind the tests' large dumps, the
-// benchmarks' and the shipped samples: the running thread makes service
+// benchmarks' and the shipped samples in examples/ (make_examples writes
+// them; a test holds the committed ones to them): the running thread makes service
 // calls, takes interrupts (each ended by the next event), logs user events
 // and timer ticks, while threads change status and context switches hand
 // the processor on.  Times rise by 1 to 40 ticks and cross a low-word
@@ -10,6 +11,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "test_random.h"
 
@@ -43,6 +46,8 @@ struct DumpShape {
   bool bigEndian = true;
 };
 bool WriteSimulatedDump(const std::string &path, const DumpShape &shape);  // false when it can't be written
+// The samples: file name and bytes, version 2 and 1, each in both byte orders.
+std::vector<std::pair<std::string, std::string>> ExampleDumps();
 
 }  // namespace testsupport
 

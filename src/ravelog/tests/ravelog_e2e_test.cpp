@@ -11,7 +11,7 @@
 #include <cstring>
 #include <regex>
 
-#include "example_dumps.h"
+#include "simulated_dump.h"
 #include "hex_bytes.h"
 #include "ravelog_run.h"
 

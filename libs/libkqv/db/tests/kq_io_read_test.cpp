@@ -1,8 +1,8 @@
 // Tests of opening a database and keeping its time index: .kqv of every
 // format version, refusals, index tags at opening and at refresh, extent,
 // count and the one-byte test for more while a writer adds events, the count
-// across blocks the index doesn't show, null and writing handles, and damage:
-// files cut at every byte, index entries pointing anywhere, bytes changed.
+// across blocks the index doesn't show, and damage: files cut at every byte,
+// index entries pointing anywhere, bytes changed.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -118,19 +118,6 @@ TEST_F(Reading, ExtentCountAndMoreEventsFollowTheWriterFromNoEventOn) {
   ASSERT_NE(Reopen(), nullptr);
   EXPECT_EQ(Seen(), "100 [10, 11)");  // block 1 walked: nothing
   EXPECT_TRUE(db_->lastStreamTag == lastTag && kq_MoreEvents(db_) == 1);  // a damaged end keeps answering 1
-}
-
-TEST(ReadHandles, NullAndWritingHandlesAnswerNothing) {
-  TempDir dir;
-  kq_DB *writing = kq_OpenForCreation(dir.file("w").c_str(), 1, "x", 1, nullptr);
-  for (kq_DB *db : {static_cast<kq_DB *>(nullptr), writing}) {
-    uint32_t count = 7, *ids = &count;
-    kq_EventIter *iter = reinterpret_cast<kq_EventIter *>(1);
-    EXPECT_EQ(kq_GetTimeExtent(db, nullptr, nullptr) + kq_GetStartEventAndNumEvents(db, nullptr, &count) + kq_MoreEvents(db) +
-                  int(UpdateKqi(db)) + kq_GetStateAndIterFromTime(db, 5, &iter, nullptr) + kq_GetObjectIdsInTimeRange(db, &ids, &count, 0, 0, 9), 0);
-    EXPECT_TRUE(count == 0 && iter == nullptr && ids == nullptr && TakeList(kq_GetEventListAndStateFromTimeRange(db, 0, 5, nullptr)).empty());
-  }
-  kq_Close(writing);
 }
 
 // Every reading operation on the database at base; the events of the whole extent.

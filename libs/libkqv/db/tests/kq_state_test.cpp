@@ -1,14 +1,12 @@
 // Tests of the state model where the database tests don't reach it: the
-// table callbacks' contract (hash, the reversed-sign compare, deep clones),
-// the messages for unknown kinds of change, and the Task that kq_KeepTaskID
-// makes (priority from the target's order, names copied whole, one that
-// exists found and left alone).  Applying and recording changes is held
-// against the model in the writer's and the read side's tests.
+// table callbacks' contract (hash, the reversed-sign compare, deep clones)
+// and the messages for unknown kinds of change.  Applying, recording and the
+// Tasks of kq_KeepTaskID are held against the model through the writer, the
+// read side and the trackers.
 #include <gtest/gtest.h>
 
 #include "database_script.h"
 #include "gen_capture.h"
-#include "hex_bytes.h"
 #include "indgen_string.h"
 #include "indgeninit.h"
 
@@ -49,26 +47,6 @@ TEST(StateModel, ListsApplyFromFrontToBackAndUnknownKindsAreReported) {
   EXPECT_EQ(StateOf(state), State({{{0, 1}, "Qyz"}}));
   EXPECT_EQ(RunCapturing([&] { List_Delete(list); }).err, "Unrecognized StateChange type\nUnrecognized StateChange type\n");  // 3, 9
   kq_DeleteState(state);
-}
-
-TEST(StateModel, KeepTaskIdMakesATaskFromTheTargetsBytesOrFindsTheOneThere) {
-  kq_DB db{};  // little-endian payloads, no stream: the tables alone
-  kq_State *current = kq_NewState();
-  std::string name(31, 'n'), second(31, 's');
-  name[3] = '\0';  // bytes behind a terminator are copied too
-  EXPECT_EQ(kq_KeepTaskID(0x77, &db, current->table, nullptr, 1, name.data(), 1, 0x0203, 1, "\x0A\0\0\0", 1, second.data(), nullptr), 1);
-  EXPECT_EQ(kq_KeepTaskID(5, &db, current->table, nullptr, 0, nullptr, 0, 0, 0, nullptr, 0, nullptr, nullptr), 1);
-  kq_StateObject *found = nullptr;
-  EXPECT_EQ(kq_KeepTaskID(5, &db, current->table, nullptr, 1, name.data(), 1, 7, 0, nullptr, 0, nullptr, &found), 0);
-  EXPECT_EQ(found, kq_FindStateObject(current->table, 0, 5));
-  EXPECT_EQ(StateOf(current), State({{{0, 0x77}, HexBytes("0203 01 00 0000000A 01") + name + "\1" + second + HexBytes("01 000000")},
-                                     {{0, 5}, TaskValue({})}}));
-  uint8_t *space = kq_GetSpaceForTask(0x0102);  // the status as it stands in memory
-  const uint16_t status = 0x0102;
-  EXPECT_EQ(ToHex(std::string(reinterpret_cast<char *>(space), 76)),
-            ToHex(std::string(reinterpret_cast<const char *>(&status), 2) + HexBytes("01 00 FFFFFFFF") + std::string(68, '\0')));
-  gen_free(space);
-  kq_DeleteState(current);
 }
 
 }  // namespace
