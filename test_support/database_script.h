@@ -71,11 +71,6 @@ class ScriptWriter {
   size_t added_ = 0;
 };
 
-inline bool WriteScript(const std::string &base, const Script &script, const DatabaseHeader &h = {}) {
-  ScriptWriter writer(base, script, h);
-  return writer.ok() && writer.AddAll();
-}
-
 // The objects of a table of kq_StateObject keys.
 inline State StateOf(HT_PT table) {
   State state;

@@ -29,11 +29,9 @@ ProcessResult RunProcess(const std::string &path, const std::vector<std::string>
     _exit(127);
   }
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-  }
+  while (waitpid(pid, &status, 0) < 0) continue;
   ProcessResult result;
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   for (int i = 0; i < 2; i++) {
     rewind(files[i]);
     char buffer[4096];

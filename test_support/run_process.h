@@ -11,7 +11,6 @@ namespace testsupport {
 struct ProcessResult {
   std::string out, err;
   int status = -1;  // the exit status; -1 when it didn't exit normally
-  int signal = 0;   // the signal that ended it, if one did
 };
 
 // `path` with argv (argv[0] included) in directory cwd (empty: this one),

@@ -48,7 +48,7 @@ int main(void) {
     gen_removefile(name);
     gen_free(name);
   }
-  failures += CmpUInt64(5, 7) != 1 || gadr_encoding_from_mode(2) != 4;
+  failures += CmpUInt64(5, 7) != 1 || IncrementUInt64(0xFFFFFFFFu) != 0x100000000u || gadr_encoding_from_mode(2) != 4;
   printf("C surface: %d checks failed\n", failures);
   return failures == 0 ? 0 : 1;
 }
