@@ -33,19 +33,31 @@ class Corefile {
     return Set(v1Words_, Words({eqSize, evploc, qhead, qtail}));
   }
   // A thread list entry: the 34-byte name field (cut, zero-padded), Valid, Next, Thread ID, Priority.
-  Corefile &Thread(const std::string &name, uint32_t id, uint32_t priority, uint8_t valid = 1, uint8_t next = 0);
+  Corefile &Thread(const std::string &name, uint32_t id, uint32_t priority, uint8_t valid = 1, uint8_t next = 0) {
+    threadEntries_++;
+    return Set(threads_, threads_ + (name + std::string(34, '\0')).substr(0, 34) + char(valid) + char(next) + Words({id, priority}));
+  }
   // Raw bytes at a pool offset, wrapping at the pool's end.
-  Corefile &PoolBytes(uint32_t offset, const std::string &bytes);
+  Corefile &PoolBytes(uint32_t offset, const std::string &bytes) {
+    for (size_t i = 0; i < bytes.size() && !pool_.empty(); i++) pool_[(offset + i) % pool_.size()] = bytes[i];
+    return *this;
+  }
   // A version 2 slot: type, subtype, time, payload cut or zero-padded to 20 bytes.
   Corefile &Slot(uint32_t offset, uint16_t type, uint16_t subtype, uint32_t high, uint32_t low,
                  const std::string &payload = "") {
     return PoolBytes(offset, SlotBytes(type, subtype, uint64_t{high} << 32 | low, payload.substr(0, 20)));
   }
-  std::string SlotBytes(uint16_t type, uint16_t subtype, uint64_t time, const std::string &payload) const;
+  std::string SlotBytes(uint16_t type, uint16_t subtype, uint64_t time, const std::string &payload) const {
+    return (Word16(type) + Word16(subtype) + Words({uint32_t(time >> 32), uint32_t(time)}) + payload + std::string(20, '\0')).substr(0, 32);
+  }
   // A version 1 record, wrapping byte by byte: length byte (12 + payload size unless
   // given), type, subtype, time, payload; Append puts it behind the last one placed.
   Corefile &Record(uint32_t offset, uint16_t type, uint16_t subtype, uint32_t high, uint32_t low,
-                   const std::string &payload = "", int lengthByte = -1);
+                   const std::string &payload = "", int lengthByte = -1) {
+    const std::string record = char(lengthByte >= 0 ? lengthByte : 12 + int(payload.size())) + Word16(type) + Word16(subtype) + Words({high, low}) + payload;
+    recordEnd_ = pool_.empty() ? 0 : static_cast<uint32_t>((offset + record.size()) % pool_.size());
+    return PoolBytes(offset, record);
+  }
   Corefile &Append(uint16_t type, uint16_t subtype, uint32_t high, uint32_t low, const std::string &payload = "",
                    int lengthByte = -1) {
     return Record(recordEnd_, type, subtype, high, low, payload, lengthByte);
@@ -53,11 +65,20 @@ class Corefile {
   // Bytes written behind the pool.
   Corefile &Trailer(const std::string &bytes) { return Set(trailer_, trailer_ + bytes); }
 
-  std::string Word16(uint16_t value) const;
+  std::string Word16(uint16_t value) const { return big_ ? std::string{char(value >> 8), char(value)} : std::string{char(value), char(value >> 8)}; }
   std::string Word32(uint32_t value) const { return big_ ? Word16(value >> 16) + Word16(uint16_t(value)) : Word16(uint16_t(value)) + Word16(value >> 16); }
-  std::string Words(std::initializer_list<uint32_t> values) const;
+  std::string Words(std::initializer_list<uint32_t> values) const {
+    std::string bytes;
+    for (uint32_t value : values) bytes += Word32(value);
+    return bytes;
+  }
   // The header and thread list; the whole file.
-  std::string Head() const;
+  std::string Head() const {
+    const uint32_t evps = evps_.value_or(static_cast<uint32_t>(pool_.size()));
+    std::string out = Word16(uint16_t(version_)) + Word16(uint16_t(threadCount_.value_or(threadEntries_))) + Word32(evps);
+    out += version_ == 1 ? v1Words_ : Words({capacity_.value_or(evps / 32), location_, pointer_.value_or(location_ + start_)});
+    return out + Word32(hz_) + threads_;
+  }
   std::string Bytes() const { return Head() + pool_ + trailer_; }
   bool big() const { return big_; }
 

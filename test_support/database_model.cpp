@@ -2,9 +2,9 @@
 #include "database_model.h"
 
 #include <algorithm>
+#include <cctype>
 #include <stdexcept>
 
-#include "hex_bytes.h"
 #include "temp_dir.h"
 
 namespace testsupport {
@@ -139,6 +139,31 @@ Script CountingScript(size_t count, uint64_t first, uint64_t step) {
   Script script;
   for (uint32_t k = 0; k < count; k++) script.emplace_back(first + step * k, 4, k % 7, U(k + 1, 4), std::vector{New(0, k + 1, U(k + 1, 4))});
   return script;
+}
+
+std::string HexBytes(const std::string &text) {
+  std::string bytes, digits;
+  for (size_t i = 0; i <= text.size(); i++) {
+    const char c = i < text.size() ? text[i] : ' ';
+    if (isxdigit(static_cast<unsigned char>(c))) {
+      digits += c;
+      continue;
+    }
+    if (digits.size() % 2 != 0) throw std::invalid_argument("odd number of hex digits in " + text);
+    for (size_t k = 0; k < digits.size(); k += 2) bytes += static_cast<char>(std::stoi(digits.substr(k, 2), nullptr, 16));
+    digits.clear();
+    const size_t close = c == '"' ? text.find('"', i + 1) : i;
+    if (close == std::string::npos || (c != '"' && !isspace(static_cast<unsigned char>(c)) && c != '|'))
+      throw std::invalid_argument("bad hex text " + text);
+    if (c == '"') bytes += text.substr(i + 1, close - i - 1), i = close;
+  }
+  return bytes;
+}
+
+std::string ToHex(const std::string &bytes) {
+  std::string text;
+  for (unsigned char byte : bytes) text += (text.empty() ? "" : " ") + std::string{"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
+  return text;
 }
 
 std::string U(uint64_t value, int bytes) {

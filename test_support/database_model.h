@@ -1,10 +1,8 @@
 // The tests' one model of an event database, for the library's tests and the
-// converter's: a script of events with the changes their tracker records;
-// its replay to the state before any event; the exact bytes of the files it
-// gives (snapshots and object lists in the library's table order,
-// adt_hash.h); and the ThreadX tracking that turns converter records into
-// script events.  Written from kq_io_format.h and the trackers' rules alone;
-// it calls nothing of the library (database_script.h does).
+// converter's: a script of events with the changes their tracker records; its
+// replay to the state before any event; the exact bytes of its files (in the
+// library's table order, adt_hash.h); the ThreadX tracking that turns converter
+// records into script events.  It calls nothing of the library.
 #ifndef RAVELOG_TEST_SUPPORT_DATABASE_MODEL_H
 #define RAVELOG_TEST_SUPPORT_DATABASE_MODEL_H
 
@@ -81,6 +79,12 @@ DatabaseFiles ReadDatabase(const std::string &base);  // a file that can't be re
 // Success when equal; else both in hex and where .kqs first differs.
 ::testing::AssertionResult SameFiles(const DatabaseFiles &got, const DatabaseFiles &want);
 
+// Literal bytes as hexadecimal text, "7F 54 4F56" or "00000014": blanks and
+// '|' separate, quoted text ("thread") stands for its own bytes, anything
+// else throws std::invalid_argument so that a typo fails loudly; and back,
+// upper-case pairs separated by blanks.
+std::string HexBytes(const std::string &text);
+std::string ToHex(const std::string &bytes);
 // A big-endian number of `bytes` bytes; a word in a target's order and back;
 // the 20-byte GFile header of a database file.
 std::string U(uint64_t value, int bytes);

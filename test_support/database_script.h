@@ -44,11 +44,12 @@ inline int AddEvent(kq_DB *db, const Event &e, uint64_t time) {
   return added;
 }
 
-// Writes a script one event at a time, so that a test can look between two.
+// Writes a script one event at a time, so that a test can look between two;
+// its tracker records the script's changes unless another is given.
 class ScriptWriter {
  public:
-  ScriptWriter(const std::string &base, const Script &script, const DatabaseHeader &h = {})
-      : script_(script), db_(kq_OpenForCreation(base.c_str(), h.ticksPerSecond, h.config.c_str(), h.bigEndian, RecordScriptedChanges)) {}
+  ScriptWriter(const std::string &base, const Script &script, const DatabaseHeader &h = {}, kq_SaveStateFunc tracker = RecordScriptedChanges)
+      : script_(script), db_(kq_OpenForCreation(base.c_str(), h.ticksPerSecond, h.config.c_str(), h.bigEndian, tracker)) {}
   ~ScriptWriter() { Close(); }
   ScriptWriter(const ScriptWriter &) = delete;
   bool ok() const { return db_ != nullptr; }

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 
@@ -42,6 +43,19 @@ struct Outcome {
   int status = 0;
   std::optional<DatabaseFiles> files;  // none: no file may exist
 };
+
+// Whether `got` is the database `want` as it stood between two of its events:
+// the same .kqv, .kqs and .kqi each up to a 0 tag where `want` goes on (or
+// the whole index when it had no more to say).
+inline ::testing::AssertionResult StoppedEarly(const DatabaseFiles &got, const DatabaseFiles &want) {
+  auto endsEarly = [](const std::string &g, const std::string &w) {
+    const auto at = static_cast<size_t>(std::mismatch(g.begin(), g.end(), w.begin(), w.end()).first - g.begin());
+    return at < g.size() && at < w.size() && g[at] == 0 && w[at] != 0;
+  };
+  if (got.kqv == want.kqv && endsEarly(got.kqs, want.kqs) && (got.kqi == want.kqi || endsEarly(got.kqi, want.kqi)))
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "not the database stopped early" << SameFiles(got, want).message();
+}
 
 // Runs `ravelog [-d] core db` on the corefile's bytes and checks the outcome.
 inline void ExpectConversion(const std::string &core, bool debug, const Outcome &want) {

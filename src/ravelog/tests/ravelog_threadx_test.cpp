@@ -64,19 +64,12 @@ TEST(ThreadXTracker, RunningThreadsBelongToTheirOwnDatabase) {
   const Script first = {{0, 6, 0, Record(0xA, 1, "a")}, {1, 6, 0, Record(0xB, 1, "b")}, {2, 1, 0, W(0xA)},
                         {3, 3, 0, W(0xB)}, {4, 1, 0, W(0xC)}};  // two run when C comes
   const Script second = {{0, 6, 0, Record(0xA, 1, "a")}, {1, 6, 0, Record(0xB, 1, "b")}, {2, 1, 0, W(0xB)}, {3, 1, 0, W(0xA)}};
-  kq_DB *dbs[2] = {kq_OpenForCreation(dir.file("first").c_str(), 1000, "ThreadX", 1, ThreadX_SaveStateChange),
-                   kq_OpenForCreation(dir.file("second").c_str(), 1000, "ThreadX", 1, ThreadX_SaveStateChange)};
-  for (size_t i = 0; i < first.size(); i++) {  // in turn
-    for (int k = 0; k < 2; k++) {
-      const Script &s = k == 0 ? first : second;
-      ASSERT_TRUE(i >= s.size() || kq_AddEventFromRawBytes(dbs[k], 0, uint32_t(i), uint32_t{s[i].type} << 16, s[i].payload.data(),
-                                                           uint32_t(s[i].payload.size())) == 1);
-    }
-  }
-  kq_Close(dbs[0]);
-  kq_Close(dbs[1]);
-  EXPECT_TRUE(SameFiles(ReadDatabase(dir.file("first")), Render(Modelled(first), {1000, "threadx", true})));
-  EXPECT_TRUE(SameFiles(ReadDatabase(dir.file("second")), Render(Modelled(second), {1000, "threadx", true})));
+  const DatabaseHeader header = {1000, "threadx", true};
+  ScriptWriter a(dir.file("first"), first, header, ThreadX_SaveStateChange), b(dir.file("second"), second, header, ThreadX_SaveStateChange);
+  for (size_t i = 0; i < first.size(); i++) ASSERT_TRUE(a.Add() && b.Add());  // in turn
+  a.Close(), b.Close();
+  EXPECT_TRUE(SameFiles(ReadDatabase(dir.file("first")), Render(Modelled(first), header)));
+  EXPECT_TRUE(SameFiles(ReadDatabase(dir.file("second")), Render(Modelled(second), header)));
   for (int i = 0; i < 3; i++) EXPECT_TRUE(Tracks(Modelled({{0, 3, 0, W(0xD)}, {1, 1, 0, W(0xE)}})));  // nothing known from before
 }
 

@@ -90,6 +90,7 @@ void CheckCopy(const std::string &base, const Script &script, size_t events) {
   kq_GetTimeExtent(db, &start, &end);
   EXPECT_TRUE(count == events && end == (events > 0 ? script[events - 1].time + 1 : 1) && kq_MoreEvents(db) == 0) << "after " << events;
   EXPECT_EQ(TakeList(kq_GetEventListAndStateFromTimeRange(db, 0, kFarFuture, nullptr)), Listed(script, 0, events));
+  EXPECT_EQ(TakeList(kq_GetNEventsAndStateFromEventNum(db, 1, 0, nullptr)), Listed(script, 0, events));
   ASSERT_EQ(kq_GetStateAndIterFromTime(db, kFarFuture, nullptr, &state), 1);
   EXPECT_EQ(StateOf(state), Replay(script, events)) << "after " << events;
   kq_DeleteState(state);

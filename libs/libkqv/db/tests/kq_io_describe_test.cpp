@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "database_model.h"
-#include "hex_bytes.h"
 #include "indgeninit.h"
 #include "kq_io.h"
 #include "kq_state.h"

@@ -1,7 +1,7 @@
 // Tests of the queries by time and by event number: the table of number
 // keys; states, lists and iterators from random times, ranges and numbers
 // held against a replay of a seeded script; queries that read only the
-// blocks they need; wrong tags met rebuilding and listing; no events.
+// blocks they need; wrong tags met rebuilding and listing.
 #include <gtest/gtest.h>
 
 #include "database_script.h"
@@ -141,23 +141,6 @@ TEST_F(Querying, AWrongTagEndsARebuildWithAMessageAndAListWithout) {
   Script want = Listed(script_, 1, 2);
   want[0].changes.clear();
   EXPECT_EQ(listed, want);
-}
-
-TEST_F(Querying, AnEmptyDatabaseGivesNoEventsUntilItsIndexIsRefreshed) {
-  const Script script = CountingScript(20, 5, 5);
-  ScriptWriter writer(Base(), script);
-  Reopen();
-  for (int round = 0; round < 2; round++) {
-    SCOPED_TRACE(round == 0 ? "no events" : "events, index not refreshed");
-    kq_EventIter at{}, *iter = &at;
-    EXPECT_TRUE(StateAt(7, &at).empty() && at.position == 20 && at.eventNumber == 0);
-    EXPECT_TRUE(TakeList(kq_GetNEventsBeforeTime(db_, &iter, 0, 0, 0)).empty() && at.position == 20);
-    State state = {{{1, 1}, "x"}};
-    EXPECT_TRUE(Range(0, kFarFuture, &state).empty() && state.empty() && ByNumber(5, 3).empty());
-    ASSERT_TRUE(writer.AddAll());
-  }
-  uint32_t count = 0;
-  EXPECT_TRUE(kq_GetStartEventAndNumEvents(db_, nullptr, &count) && count == 20 && Range(0, kFarFuture) == Listed(script, 0, 20));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 
 #include "database_script.h"
 #include "gen_capture.h"
-#include "hex_bytes.h"
 #include "indgeninit.h"
 #include "kq_io_read.h"
 

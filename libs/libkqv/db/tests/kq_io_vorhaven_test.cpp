@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "database_script.h"
-#include "hex_bytes.h"
 
 using namespace testsupport;
 

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "database_script.h"
-#include "hex_bytes.h"
 
 using namespace testsupport;
 
