@@ -1,9 +1,7 @@
-// The one builder of corefiles, the saved target memory that ravelog reads,
-// of version 1 or 2 and of either byte order:
+// The one builder of corefiles (the saved target memory ravelog reads) of
+// version 1 or 2 in either byte order, numbers in the file's order:
 //   Corefile::V2(Endian::kBig, 64).Start(32).Thread("main", 0x1234, 10).Slot(0, 1, 0, 0, 100, payload).Bytes()
-// A header field follows the contents (thread count, pool size, capacity,
-// current event pointer = location + start offset) until a test sets it,
-// right or wrong.  Numbers go in the file's byte order, bytes as given.
+// A header field follows the contents until a test sets it, right or wrong.
 #ifndef RAVELOG_TEST_SUPPORT_COREFILE_BUILDER_H
 #define RAVELOG_TEST_SUPPORT_COREFILE_BUILDER_H
 
@@ -50,8 +48,8 @@ class Corefile {
   std::string SlotBytes(uint16_t type, uint16_t subtype, uint64_t time, const std::string &payload) const {
     return (Word16(type) + Word16(subtype) + Words({uint32_t(time >> 32), uint32_t(time)}) + payload + std::string(20, '\0')).substr(0, 32);
   }
-  // A version 1 record, wrapping byte by byte: length byte (12 + payload size unless
-  // given), type, subtype, time, payload; Append puts it behind the last one placed.
+  // A version 1 record (length byte 12 + payload size unless given), wrapping
+  // byte by byte; Append puts it behind the last one placed.
   Corefile &Record(uint32_t offset, uint16_t type, uint16_t subtype, uint32_t high, uint32_t low,
                    const std::string &payload = "", int lengthByte = -1) {
     const std::string record = char(lengthByte >= 0 ? lengthByte : 12 + int(payload.size())) + Word16(type) + Word16(subtype) + Words({high, low}) + payload;

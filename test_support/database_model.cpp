@@ -96,6 +96,14 @@ size_t FirstAtOrAfter(const Script &script, uint64_t t) {
   return i;
 }
 
+uint64_t RandomTime(Random &random, const Script &script) {
+  const uint64_t first = script.front().time, last = script.back().time;
+  const uint32_t roll = random.Below(6);
+  if (roll < 2) return roll == 0 ? first - random.Below(3) : last + random.Below(3);
+  if (roll == 2) return first + random.Below(static_cast<uint32_t>(last - first + 1));
+  return script[random.Below(static_cast<uint32_t>(script.size()))].time + random.Below(3) - 1;
+}
+
 Script Listed(const Script &script, size_t first, size_t last) {
   Script out;
   for (size_t i = first; i < last && i < script.size(); i++) out.push_back(script[i]), out.back().number = uint32_t(i + 1);
@@ -107,14 +115,12 @@ Script GenerateScript(Random &random, size_t count) {
   uint64_t time = 1000 + random.Below(50);
   for (size_t i = 0, run = 0; i < count; i++) {
     const uint32_t step = random.Below(100);
-    if (run > 0) {
+    if (run > 0)
       run--;
-    } else if (step < 4) {  // a run of equal times, often across a block boundary, or a jump
-      run = step < 2 ? 20 + random.Below(200) : 0;
-      time += step < 2 ? 0 : 100000 + random.Below(1000000);
-    } else if (step >= 29) {
-      time += 1 + random.Below(40);
-    }
+    else if (step < 2)  // a run of equal times, often across a block boundary
+      run = 20 + random.Below(200);
+    else if (step < 4 || step >= 29)  // a jump, or a step
+      time += step < 4 ? 100000 + random.Below(1000000) : 1 + random.Below(40);
     Event e(time, static_cast<uint16_t>(1 + random.Below(7)), static_cast<uint16_t>(random.Below(40)));
     const uint32_t owner = 0x100 + random.Below(16);
     e.payload = random.Below(20) == 0 ? std::string(random.Below(4), 'x') : U(owner, 4);  // or too short to name one
@@ -229,8 +235,7 @@ DatabaseFiles ReadDatabase(const std::string &base) {
 
 ::testing::AssertionResult SameFiles(const DatabaseFiles &got, const DatabaseFiles &want) {
   if (got == want) return ::testing::AssertionSuccess();
-  size_t at = 0;
-  while (at < got.kqs.size() && at < want.kqs.size() && got.kqs[at] == want.kqs[at]) at++;
+  const auto at = static_cast<size_t>(std::mismatch(got.kqs.begin(), got.kqs.end(), want.kqs.begin(), want.kqs.end()).first - got.kqs.begin());
   return ::testing::AssertionFailure() << "\n.kqv " << ToHex(got.kqv) << "\n want " << ToHex(want.kqv) << "\n.kqi "
                                        << ToHex(got.kqi) << "\n want " << ToHex(want.kqi) << "\n.kqs of " << got.kqs.size()
                                        << " bytes, want " << want.kqs.size() << ", first differs at " << at << ":\n  got  "

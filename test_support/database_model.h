@@ -48,17 +48,17 @@ struct Event {
 using Script = std::vector<Event>;
 std::ostream &operator<<(std::ostream &os, const Event &e);
 
-// A New of an object that exists, a Mod that doesn't fit and a Del of
-// nothing change nothing.
+// A New of an object that exists, a Mod that doesn't fit, a Del of nothing: no change.
 void Apply(State &state, const Change &change);
 State Replay(const Script &script, size_t count);  // after the first `count` events
 size_t FirstAtOrAfter(const Script &script, uint64_t t);  // size when none
+// Before, behind or between the script's times, or at, before or behind an event's.
+uint64_t RandomTime(Random &random, const Script &script);
 Script Listed(const Script &script, size_t first, size_t last);  // [first, last) numbered from 1
 
-// Events of types 1..7 in times that never fall (runs of equal times, some
-// longer than a block, jumps), payloads naming a Task (some too short), and
-// changes of Tasks 0x100..0x10F (76 bytes), type 3 ids 0..7 (8 bytes), type 9
-// ids 0..4 (empty): News of objects that exist, Mods that don't fit, Dels of nothing.
+// Types 1..7 at times that never fall (runs of equal times longer than a
+// block, jumps), payloads naming a Task (some too short), every kind of change
+// of Tasks 0x100..0x10F, type 3 ids 0..7 (8 bytes), type 9 ids 0..4 (empty).
 Script GenerateScript(Random &random, size_t count);
 // Event k (from 0) at first + k * step, of type 4, names task k + 1 in its
 // payload and creates it with that 4-byte value.
@@ -79,10 +79,8 @@ DatabaseFiles ReadDatabase(const std::string &base);  // a file that can't be re
 // Success when equal; else both in hex and where .kqs first differs.
 ::testing::AssertionResult SameFiles(const DatabaseFiles &got, const DatabaseFiles &want);
 
-// Literal bytes as hexadecimal text, "7F 54 4F56" or "00000014": blanks and
-// '|' separate, quoted text ("thread") stands for its own bytes, anything
-// else throws std::invalid_argument so that a typo fails loudly; and back,
-// upper-case pairs separated by blanks.
+// Bytes from hexadecimal text ("7F 54 4F56", blanks and '|' separate, "text"
+// quoted; a typo throws std::invalid_argument), and back.
 std::string HexBytes(const std::string &text);
 std::string ToHex(const std::string &bytes);
 // A big-endian number of `bytes` bytes; a word in a target's order and back;
@@ -97,11 +95,13 @@ std::string TaskValue(std::optional<uint16_t> status, std::optional<uint32_t> pr
                       std::optional<std::string> name = {}, std::optional<std::string> secondName = {});
 
 // The converter's tracking: records (payloads in the log's order) in, events
-// with the tracker's changes out.  Types 1, 3, 5 (status 3 -> 11, 10 -> 3) and
-// 6 make and change Tasks; 2, 4 and 7 nothing; no byte beyond a payload is read.
+// with the tracker's changes out; no byte beyond a payload is read.
 class ThreadXLog {
  public:
   explicit ThreadXLog(bool bigEndian);
+  ThreadXLog(bool bigEndian, const Script &records) : ThreadXLog(bigEndian) {
+    for (const Event &r : records) Add(r.time, r.type, r.subtype, r.payload);
+  }
   ~ThreadXLog();
   void Add(uint64_t time, uint16_t type, uint16_t subtype, const std::string &payload);
   const Script &script() const { return script_; }

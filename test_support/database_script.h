@@ -1,6 +1,5 @@
-// Scripts of the database model (database_model.h) written through the
-// library's writer, and the read side's answers taken back into the model's
-// terms.  Header only: for the tests that link libkqv.
+// Scripts of the database model written through the library's writer, and
+// the read side's answers in the model's terms.  For the tests that link libkqv.
 #ifndef RAVELOG_TEST_SUPPORT_DATABASE_SCRIPT_H
 #define RAVELOG_TEST_SUPPORT_DATABASE_SCRIPT_H
 
@@ -8,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "database_model.h"
 #include "kq_io.h"
@@ -17,8 +17,7 @@
 
 namespace testsupport {
 
-// Called with the writing handle behind each event's changes, while the
-// event is half written: its bytes are in the stream, its tag not patched.
+// Called behind each event's changes, its bytes in the stream, its tag not patched.
 inline std::function<void(kq_DB *)> halfWritten;
 inline const Event *writing = nullptr;
 
@@ -54,17 +53,13 @@ class ScriptWriter {
   ScriptWriter(const ScriptWriter &) = delete;
   bool ok() const { return db_ != nullptr; }
   size_t added() const { return added_; }
-  // Adds the next `count` events; false on the first refusal.
-  bool Add(size_t count = 1) {
+  bool Add(size_t count = 1) {  // the next `count` events; false on the first refusal
     for (; count > 0 && added_ < script_.size(); count--, added_++)
       if (!AddEvent(db_, script_[added_], script_[added_].time)) return false;
     return true;
   }
   bool AddAll() { return Add(script_.size()); }
-  void Close() {
-    kq_Close(db_);
-    db_ = nullptr;
-  }
+  void Close() { kq_Close(std::exchange(db_, nullptr)); }
 
  private:
   const Script &script_;
@@ -83,7 +78,11 @@ inline State StateOf(HT_PT table) {
   }
   return state;
 }
-inline State StateOf(const kq_State *state) { return state != nullptr ? StateOf(state->table) : State{}; }
+inline State TakeState(kq_State *state) {  // and kq_DeleteState of it
+  const State taken = state != nullptr ? StateOf(state->table) : State{};
+  kq_DeleteState(state);
+  return taken;
+}
 
 // The events of a list (numbers, payloads, changes), and List_Delete of it.
 inline Script TakeList(List_PT list) {
@@ -107,9 +106,8 @@ inline Script TakeList(List_PT list) {
   return out;
 }
 
-// Adds the events of `expected` through `tracker`, their times 0, 1, ...,
-// and checks after each that the files and the tracker's table are the
-// model's: each event lists the changes the tracker must record.
+// Adds the events of `expected` through `tracker` at times 0, 1, ..., each
+// with the changes it must record, checking the files and table after each.
 inline ::testing::AssertionResult TracksAsScripted(const std::string &base, kq_SaveStateFunc tracker,
                                                    const Script &expected, const DatabaseHeader &h) {
   kq_DB *db = kq_OpenForCreation(base.c_str(), h.ticksPerSecond, h.config.c_str(), h.bigEndian, tracker);
@@ -128,8 +126,7 @@ inline ::testing::AssertionResult TracksAsScripted(const std::string &base, kq_S
   return db == nullptr ? ::testing::AssertionFailure() << "no database" : result;
 }
 
-// A database open for reading, from a script or from given files, and the
-// read side's answers in the model's terms.
+// A database open for reading, and the read side's answers in the model's terms.
 class ReadingTest : public ::testing::Test {
  protected:
   void TearDown() override { kq_Close(db_); }
@@ -153,23 +150,22 @@ class ReadingTest : public ::testing::Test {
     EXPECT_EQ(kq_GetStateAndIterFromTime(db_, t, &iter, &state), 1);
     if (at != nullptr && iter != nullptr) *at = *iter;
     kq_DeleteEventIter(iter);
-    return Listing(nullptr, state, nullptr).second;
+    return TakeState(state);
   }
   Script Range(uint64_t start, uint64_t end, State *state = nullptr) {
     kq_State *s = nullptr;
     List_PT list = kq_GetEventListAndStateFromTimeRange(db_, start, end, &s);
-    return Listing(list, s, state).first;
+    return Taken(list, s, state);
   }
   Script ByNumber(uint32_t number, int max, State *state = nullptr) {
     kq_State *s = nullptr;
     List_PT list = kq_GetNEventsAndStateFromEventNum(db_, number, max, &s);
-    return Listing(list, s, state).first;
+    return Taken(list, s, state);
   }
-  static std::pair<Script, State> Listing(List_PT list, kq_State *s, State *state) {
-    std::pair<Script, State> got{TakeList(list), StateOf(s)};
-    kq_DeleteState(s);
-    if (state != nullptr) *state = got.second;
-    return got;
+  static Script Taken(List_PT list, kq_State *s, State *state) {
+    const State taken = TakeState(s);
+    if (state != nullptr) *state = taken;
+    return TakeList(list);
   }
   TempDir dir_{MemoryTempParent()};
   Script script_;

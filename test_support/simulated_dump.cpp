@@ -12,12 +12,32 @@
 #include <vector>
 
 #include "corefile_builder.h"
+#include "test_random.h"
 
 namespace testsupport {
 
+namespace {
+
 uint32_t SimulatedThreadId(uint32_t k) { return 0x20001000u + k * 0x1C0u; }
 
-namespace {
+struct SimulatedEvent {
+  uint16_t type, subtype;
+  uint64_t time;
+  uint32_t words[5];  // the payload
+};
+
+class Simulation {
+ public:
+  explicit Simulation(uint32_t threads) : threads_(threads), random_(0x5eed0000u + threads) {}
+  SimulatedEvent Next();
+
+ private:
+  uint32_t threads_;
+  Random random_;
+  uint64_t time_ = 0x00000000FFFF0000ull;
+  uint32_t running_ = 0, vector_ = 0;
+  bool inInterrupt_ = false;
+};
 
 Corefile WithThreads(Corefile core) {
   const char *names[] = {"System Timer Thread", "main", "sensor_poll", "net_rx", "logger_with_a_rather_long_thread_name", "old_worker", "idle"};
@@ -29,6 +49,32 @@ Corefile WithThreads(Corefile core) {
 std::string Payload(const Corefile &core, const SimulatedEvent &e, bool version1) {
   std::string payload = core.Words({e.words[0], e.words[1], e.words[2], e.words[3], e.words[4]});
   return version1 ? payload.substr(0, 4 * (e.type == 3 ? 3 : e.type == 4 || e.type == 5 ? 2 : e.type < 3)) : payload;
+}
+
+SimulatedEvent Simulation::Next() {
+  SimulatedEvent e{0, 0, time_ += 1 + random_.Below(40), {SimulatedThreadId(running_), 0, 0, 0, 0}};
+  const uint32_t roll = inInterrupt_ ? 100 : random_.Below(100);
+  if (inInterrupt_) {  // the interrupt's end
+    e.type = 2, e.subtype = 3, e.words[0] = vector_, inInterrupt_ = false;
+  } else if (roll < 40) {  // a service call on an object
+    e.type = 3, e.subtype = static_cast<uint16_t>(random_.Below(59));
+    e.words[1] = 0x20010000u + random_.Below(64) * 0x40u;
+    e.words[2] = random_.Below(1000);
+  } else if (roll < 55) {
+    e.type = 2, e.subtype = 1, vector_ = 16 + random_.Below(32), e.words[0] = vector_, inInterrupt_ = true;
+  } else if (roll < 65) {
+    e.type = 4, e.subtype = static_cast<uint16_t>(random_.Below(8)), e.words[1] = random_.Next();
+  } else if (roll < 73) {
+    e.type = 7;
+  } else if (roll < 85) {  // a thread's status: ready or one of the suspensions
+    const uint32_t who = random_.Below(threads_);
+    e.type = 5, e.words[0] = SimulatedThreadId(who);
+    e.subtype = static_cast<uint16_t>(random_.Below(3) == 0 ? 0 : 4 + random_.Below(10));
+    e.words[1] = 1 + who % 31;
+  } else {
+    e.type = 1, running_ = random_.Below(threads_), e.words[0] = SimulatedThreadId(running_);
+  }
+  return e;
 }
 
 std::string V2Dump(Endian order) {
@@ -61,32 +107,6 @@ std::string V1Dump(Endian order) {
 }
 
 }  // namespace
-
-SimulatedEvent Simulation::Next() {
-  SimulatedEvent e{0, 0, time_ += 1 + random_.Below(40), {SimulatedThreadId(running_), 0, 0, 0, 0}};
-  const uint32_t roll = inInterrupt_ ? 100 : random_.Below(100);
-  if (inInterrupt_) {  // the interrupt's end
-    e.type = 2, e.subtype = 3, e.words[0] = vector_, inInterrupt_ = false;
-  } else if (roll < 40) {  // a service call on an object
-    e.type = 3, e.subtype = static_cast<uint16_t>(random_.Below(59));
-    e.words[1] = 0x20010000u + random_.Below(64) * 0x40u;
-    e.words[2] = random_.Below(1000);
-  } else if (roll < 55) {
-    e.type = 2, e.subtype = 1, vector_ = 16 + random_.Below(32), e.words[0] = vector_, inInterrupt_ = true;
-  } else if (roll < 65) {
-    e.type = 4, e.subtype = static_cast<uint16_t>(random_.Below(8)), e.words[1] = random_.Next();
-  } else if (roll < 73) {
-    e.type = 7;
-  } else if (roll < 85) {  // a thread's status: ready or one of the suspensions
-    const uint32_t who = random_.Below(threads_);
-    e.type = 5, e.words[0] = SimulatedThreadId(who);
-    e.subtype = static_cast<uint16_t>(random_.Below(3) == 0 ? 0 : 4 + random_.Below(10));
-    e.words[1] = 1 + who % 31;
-  } else {
-    e.type = 1, running_ = random_.Below(threads_), e.words[0] = SimulatedThreadId(running_);
-  }
-  return e;
-}
 
 bool WriteSimulatedDump(const std::string &path, const DumpShape &shape) {
   if (shape.events == 0 || shape.threads == 0) return false;

@@ -1,8 +1,6 @@
-// End-to-end tests of the database a conversion writes: seeded logs of three
-// blocks (threads of the list, one id twice, one invalid, threads first met
-// in events) against the model in both byte orders; an unknown event type,
-// which ends the conversion behind the events before it; a database that
-// can't be made; and an old one replaced, its .kqv first.
+// End-to-end tests of the database a conversion writes: seeded logs against the
+// model in both byte orders; an unknown event type, which ends the conversion
+// behind the events before it; a database that can't be made or replaces one.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

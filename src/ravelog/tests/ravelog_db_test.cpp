@@ -1,7 +1,6 @@
-// Tests of the failures no corefile reaches, each ending the conversion with
-// its own fatal message and status 1: a thread record or an event that the
-// database refuses (it refuses any while none is open), and a pool that
-// can't be allocated; and an absurd pool size costs no more than the file.
+// Tests of the failures no corefile reaches, each with its fatal message and
+// status 1: a record the database refuses and a pool that can't be allocated;
+// and an absurd pool size costs no more than the file.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // End-to-end tests of the command line and of version 2 logs: usage and
 // options, the probe, the worked log's listing and pinned files in both byte
-// orders, reversals, the decoder's boundaries, every fatal message of a cut
-// or malformed log, large pools, the samples (the generator's, silent).
+// orders, the decoder's boundaries and reversals, every fatal message of a
+// log cut or malformed, a cut at every byte, large pools, the samples.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -92,27 +92,10 @@ TEST(Version2, TheWorkedLogListsAlikeInBothByteOrdersAndGivesThePinnedFiles) {
     const bool big = order == Endian::kBig;
     ExpectConversion(Worked(order).Bytes(), true, {Header(order, 1, 64, 32) + kWorked, "", 0, WorkedFiles(big)});
     ExpectConversion(Worked(order).Bytes(), false, {"", "", 0, WorkedFiles(big)});
-    ThreadXLog log(big);
-    log.Add(0, 6, 10, Word(0x1234, big) + Word(10, big) + "main" + std::string(27, '\0'));
-    log.Add(0, 3, 22, Pad20(Word(0x1234, big)));
-    log.Add(0x32, 1, 0, Pad20(Word(0x1234, big)));
-    EXPECT_TRUE(SameFiles(log.Files(1000), WorkedFiles(big)));
+    const Script records = {{0, 6, 10, Word(0x1234, big) + Word(10, big) + "main" + std::string(27, '\0')},
+                            {0, 3, 22, Pad20(Word(0x1234, big))}, {0x32, 1, 0, Pad20(Word(0x1234, big))}};
+    EXPECT_TRUE(SameFiles(ThreadXLog(big, records).Files(1000), WorkedFiles(big)));
   }
-}
-
-TEST(Version2, AFallingTimeIsReportedBeforeItsLineAndStoredAsTheTimeBefore) {
-  Corefile core = Corefile::V2(Endian::kBig, 128);  // times 0, 0x80, 0x40 (falls), 0x100
-  ThreadXLog log(true);
-  const uint32_t times[] = {0x100, 0x180, 0x140, 0x200};
-  for (uint16_t i = 0; i < 4; i++) core.Slot(i * 32, 4, i, 0, times[i], core.Words({7})), log.Add(i == 2 ? 0x80 : times[i] - 0x100, 4, i, Pad20(core.Words({7})));
-  const std::string reversal = "Error: Timestamp reverses from 0x0:80 to 0x0:40 \n\tfor event of type 0x4:0x2.\n";
-  ExpectConversion(core.Bytes(), true, {Header(Endian::kBig, 0, 128, 0) + kEventsHeading +
-                                            "0x00000007 user event                            0x04:00  0x00000000:00000100\n"
-                                            "0x00000007 user event                            0x04:01  0x00000000:00000180\n" + reversal +
-                                            "0x00000007 user event                            0x04:02  0x00000000:00000140\n"
-                                            "0x00000007 user event                            0x04:03  0x00000000:00000200\n",
-                                        "", 0, log.Files(1000)});
-  ExpectConversion(core.Bytes(), false, {reversal, "", 0, log.Files(1000)});
 }
 
 TEST(Version2, BoundaryCasesOfTheListAndTheRing) {
@@ -122,20 +105,27 @@ TEST(Version2, BoundaryCasesOfTheListAndTheRing) {
   negative.Slot(0, 1, 0, 0, 5, negative.Words({0xAB})), log.Add(0, 1, 0, Pad20(negative.Words({0xAB})));
   ExpectConversion(negative.Bytes(), true, {Header(Endian::kBig, -2, 32, 0) + kEventsHeading +
                                                 "0x000000ab context switch to thread              0x01:00  0x00000000:00000005\n", "", 0, log.Files(1000)});
-  // A full ring walked from its middle; equal times pass; an invalid entry is listed, not stored.
+  // A full ring walked from its middle; equal times pass, a falling one is
+  // reported before its line and stored as the time before; an invalid entry
+  // is listed, not stored; wide numbers widen their columns, names show 31 characters.
   Corefile ring = Corefile::V2(Endian::kBig, 160).Start(64).Thread("gone", 0x10, 3, 0, 1).Thread("here", 0x20, 4);
+  ring.Thread("abcdefghijklmnopqrstuvwxyz01234567", 0xdeadbeef, 12345, 12, 255);
   ThreadXLog ringLog(true);
   ringLog.Add(0, 6, 10, ring.Words({0x20, 4}) + "here" + std::string(27, '\0'));
-  const uint32_t times[] = {30, 40, 10, 10, 20};
+  ringLog.Add(0, 6, 10, ring.Words({0xdeadbeef, 12345}) + "abcdefghijklmnopqrstuvwxyz01234");
+  const uint32_t times[] = {30, 25, 10, 10, 20}, stored[] = {20, 20, 0, 0, 10};
   for (uint32_t i = 0; i < 5; i++) ring.Slot(i * 32, 2, 1, 0, times[i], ring.Words({i}));
-  for (uint32_t i : {2, 3, 4, 0, 1}) ringLog.Add(times[i] - 10, 2, 1, Pad20(ring.Words({i})));
+  for (uint32_t i : {2, 3, 4, 0, 1}) ringLog.Add(stored[i], 2, 1, Pad20(ring.Words({i})));
+  const std::string reversal = "Error: Timestamp reverses from 0x0:14 to 0x0:f \n\tfor event of type 0x2:0x1.\n";
   ExpectConversion(ring.Bytes(), true,
-                   {Header(Endian::kBig, 2, 160, 64) + "  0    1       3    0x00000010 gone\n  1    0       4    0x00000020 here\n" +
+                   {Header(Endian::kBig, 3, 160, 64) + "  0    1       3    0x00000010 gone\n  1    0       4    0x00000020 here\n" +
+                        "  12    255     12345    0xdeadbeef abcdefghijklmnopqrstuvwxyz01234\n" +
                         kEventsHeading + "           interrupt vector=0x2                  0x02:01  0x00000000:0000000a\n"
                         "           interrupt vector=0x3                  0x02:01  0x00000000:0000000a\n"
                         "           interrupt vector=0x4                  0x02:01  0x00000000:00000014\n"
-                        "           interrupt vector=0x0                  0x02:01  0x00000000:0000001e\n"
-                        "           interrupt vector=0x1                  0x02:01  0x00000000:00000028\n", "", 0, ringLog.Files(1000)});
+                        "           interrupt vector=0x0                  0x02:01  0x00000000:0000001e\n" + reversal +
+                        "           interrupt vector=0x1                  0x02:01  0x00000000:00000019\n", "", 0, ringLog.Files(1000)});
+  ExpectConversion(ring.Bytes(), false, {reversal, "", 0, ringLog.Files(1000)});
 }
 
 TEST(Version2, CutAndMalformedLogsEndInOneFatalMessage) {
@@ -146,10 +136,8 @@ TEST(Version2, CutAndMalformedLogsEndInOneFatalMessage) {
     int threads;  // the database as it stood, with this many thread records; -1: none
   } rows[] = {{worked.substr(0, 3), "ravelog: fatal: Error reading short from corefile.\n", -1},
               {worked.substr(0, 6), "ravelog: fatal: Error reading int4 from corefile.\n", -1},
-              {worked.substr(0, 23), "ravelog: fatal: Error reading int4 from corefile.\n", -1},
               {worked.substr(0, 58), "ravelog: fatal: Error reading char from corefile.\n", 0},
               {worked.substr(0, 68), kPoolRead, 1},
-              {worked.substr(0, 131), kPoolRead, 1},
               {Corefile::V2(Endian::kBig, 0).Bytes(), kPoolRead, 0},
               {Corefile::V2(Endian::kLittle, 64).Evps(0x80000000u).Trailer(std::string(64, '\0')).Bytes(), kPoolRead, 0},
               {Corefile::V2(Endian::kBig, 40).Bytes(), kRing + "40 in core file.  It is not a positive multiple of 32 bytes.\n" + kVerify, 0},

@@ -1,10 +1,7 @@
-// End-to-end tests of the fast conversion against the plain one: simulated
-// dumps of 150 to 40,000 events, 8 and 64 threads, both byte orders, pools
-// read and mapped, converted as ravelog runs and with GFILE_WRITE_STDIO=1
-// (every file through stdio): the files alike and of the size and FNV-1a
-// hash the writer before any speed-up gave.  And a conversion killed at
-// random moments, by either writer, leaves the complete one's files up to
-// their end tags, which read as exactly its first events.
+// End-to-end tests of the fast conversion: simulated dumps converted alike by
+// the fast writer and the plain one (GFILE_WRITE_STDIO=1), their files of the
+// size and FNV-1a hash the writer before any speed-up gave; and a conversion
+// killed at random moments leaves a database that reads as a prefix.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,10 +1,6 @@
-// Tests of the -d listing's lines where the end-to-end tests don't reach:
-// thread lines whose numbers widen their columns or whose names reach 31
-// characters, and an event line for every form of the description table's
-// edges (unknown types, subtypes and services, wide columns), in both orders.
+// Tests of the -d listing's event lines where the end-to-end tests don't
+// reach: every form at the description table's edges, in both byte orders.
 #include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "gen_capture.h"
 #include "ravelog.h"
@@ -12,21 +8,6 @@
 using testsupport::RunCapturing;
 
 namespace {
-
-TEST(Listing, ThreadLinesWidenAndShowAtMost31Characters) {
-  const std::string name31 = "abcdefghijklmnopqrstuvwxyz01234";
-  const struct {
-    std::string name, line;
-  } rows[] = {{"x", "  12    255     12345    0xdeadbeef x\n"}, {name31 + "567", "  12    255     12345    0xdeadbeef " + name31 + "\n"}};
-  for (const auto &row : rows) {
-    cv_ThreadEntry entry{};
-    memcpy(entry.name, row.name.data(), std::min(row.name.size(), sizeof entry.name));
-    entry.valid = 12, entry.next = 255;
-    memcpy(&entry.threadId, "\xef\xbe\xad\xde", 4);
-    memcpy(&entry.priority, "\x39\x30\0\0", 4);
-    EXPECT_EQ(RunCapturing([&] { debug_PrintTaskInfo(&entry, 0); }).out, row.line);
-  }
-}
 
 TEST(Listing, EveryFormAtTheTablesEdgesHasItsEventLineInBothByteOrders) {
   const struct {

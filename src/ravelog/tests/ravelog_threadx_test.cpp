@@ -16,11 +16,7 @@ std::string Record(uint32_t id, uint32_t priority, const std::string &name) {
   return W(id) + W(priority) + TaskValue({}, {}, name).substr(9, 31);
 }
 // The inputs with the changes the model's tracking gives them.
-Script Modelled(const Script &inputs) {
-  ThreadXLog log(true);
-  for (const Event &e : inputs) log.Add(e.time, e.type, e.subtype, e.payload);
-  return log.script();
-}
+Script Modelled(const Script &inputs) { return ThreadXLog(true, inputs).script(); }
 ::testing::AssertionResult Tracks(const Script &expected) {
   TempDir dir;
   return TracksAsScripted(dir.file("db"), ThreadX_SaveStateChange, expected, {1000, "threadx", true});

@@ -1,9 +1,6 @@
-/*
- * c_surface.c - the public headers of the foundation and of libkqv compiled
- * as C11, and the worked example's database written and read back from C.
- * If C++ creeps into a public header, or a declaration loses its C linkage,
- * this file no longer builds or links.
- */
+/* c_surface.c - the public headers of the foundation and of libkqv compiled as
+ * C11, and the worked example's database written and read back from C: C++ in a
+ * public header, or a declaration without C linkage, breaks the build. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -44,8 +41,7 @@ int main(void) {
   const int sizes[3] = {41, 71, 34};
   for (int i = 0; i < 3; i++) {
     char *name = gen_concat(base, suffixes[i]);
-    failures += gen_filesize(name) != sizes[i];
-    gen_removefile(name);
+    failures += gen_filesize(name) != sizes[i] || gen_removefile(name) != 0;
     gen_free(name);
   }
   failures += CmpUInt64(5, 7) != 1 || IncrementUInt64(0xFFFFFFFFu) != 0x100000000u || gadr_encoding_from_mode(2) != 4;

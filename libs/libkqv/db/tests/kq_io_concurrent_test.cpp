@@ -1,9 +1,7 @@
 // Tests of reading a database while it is written, through stdio and through
-// mappings: a writer in a child process adds thousands of events in bursts
-// while this process follows it with the refreshes, listing each event it
-// learns of (whole, in order, the count never falling), until the files are
-// the model's; and a copy of the files taken between any two additions, or
-// in the middle of one, reads as exactly the events so far.
+// mappings: a reader follows a writer in another process, listing whole events
+// in order until the files are the model's; and a copy of the files taken
+// between any two additions, or in the middle of one, reads as the events so far.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -51,14 +49,10 @@ TEST(GrowingDatabase, AReaderInAnotherProcessSeesWholeEventsInOrder) {
         continue;
       }
       refreshes++;
-      uint64_t start = 0, end = 0;
       uint32_t count = 0;
-      kq_GetTimeExtent(db, &start, &end);
       kq_GetStartEventAndNumEvents(db, nullptr, &count);
       ASSERT_TRUE(count >= seen.size() && count <= script.size()) << count << " after " << seen.size();
       if (count == 0) continue;
-      // The start is taken before the refresh: the one that finds the first block answers 0.
-      EXPECT_TRUE((start == script[0].time || (start == 0 && seen.empty())) && end <= script[count - 1].time + 1) << start << " " << end;
       if (iter == nullptr) kq_GetStateAndIterFromTime(db, 0, &iter, nullptr);
       const Script listed = TakeList(kq_GetNEventsBeforeTime(db, &iter, static_cast<int>(count - seen.size()), 0, 0));
       ASSERT_EQ(listed, Listed(script, seen.size(), count));
@@ -92,8 +86,7 @@ void CheckCopy(const std::string &base, const Script &script, size_t events) {
   EXPECT_EQ(TakeList(kq_GetEventListAndStateFromTimeRange(db, 0, kFarFuture, nullptr)), Listed(script, 0, events));
   EXPECT_EQ(TakeList(kq_GetNEventsAndStateFromEventNum(db, 1, 0, nullptr)), Listed(script, 0, events));
   ASSERT_EQ(kq_GetStateAndIterFromTime(db, kFarFuture, nullptr, &state), 1);
-  EXPECT_EQ(StateOf(state), Replay(script, events)) << "after " << events;
-  kq_DeleteState(state);
+  EXPECT_EQ(TakeState(state), Replay(script, events)) << "after " << events;
   kq_Close(db);
 }
 

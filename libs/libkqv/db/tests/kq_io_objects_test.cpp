@@ -46,11 +46,6 @@ TEST_F(Objects, ObjectsUsedInRandomRangesAreTheDefinitionsWithTheirValues) {
   Write(GenerateScript(random, 4000));
   std::vector<State> atBlock;  // the state at each block's start
   for (size_t i = 0; i < script_.size(); i += 100) atBlock.push_back(Replay(script_, i));
-  const uint64_t first = script_.front().time, last = script_.back().time;
-  auto randomTime = [&]() -> uint64_t {
-    if (random.Below(4) == 0) return first + random.Below(static_cast<uint32_t>(last - first + 3)) - 1;
-    return script_[random.Below(static_cast<uint32_t>(script_.size()))].time + random.Below(3) - 1;
-  };
   // The block a collection starts from for t: the last one whose first event lies before t.
   auto blockFor = [&](uint64_t t) {
     size_t block = 0;
@@ -58,9 +53,9 @@ TEST_F(Objects, ObjectsUsedInRandomRangesAreTheDefinitionsWithTheirValues) {
     return block;
   };
   for (int q = 0; q < 150; q++) {
-    uint64_t a = randomTime(), b = randomTime();
+    uint64_t a = RandomTime(random, script_), b = RandomTime(random, script_);
     if (a > b) std::swap(a, b);
-    if (q % 3 == 0) b = std::min(last + 1, a + random.Below(400));  // one or two blocks
+    if (q % 3 == 0) b = std::min(script_.back().time + 1, a + random.Below(400));  // one or two blocks
     // Alive at a with its value; created in [a, b), and for each block wholly
     // in the range alive at its start or created in it, without a value.
     const size_t from = FirstAtOrAfter(script_, a);

@@ -1,8 +1,7 @@
-// Tests of opening a database and keeping its time index: .kqv of every
-// format version, refusals, index tags at opening and at refresh, extent,
-// count and the one-byte test for more while a writer adds events, the count
-// across blocks the index doesn't show, and damage: files cut at every byte,
-// index entries pointing anywhere, bytes changed.
+// Tests of opening a database and keeping its time index: every format
+// version, refusals, index tags at opening and refresh, extent, count and more
+// events while a writer adds them, and damage: files cut at every byte, index
+// entries pointing anywhere, bytes changed.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -50,8 +49,7 @@ TEST_F(Reading, EveryFormatVersionOpensWithItsEventsPerBlockAndRefusalsSayNothin
   kq_DB *db = kq_OpenKqsForUse((Base() + "WXYZ").c_str());  // the last four characters go, unseen
   EXPECT_TRUE(db != nullptr && !kq_OpenKqsForUse("abc") && !kq_OpenKqsForUse(nullptr) && !kq_OpenForUse(nullptr));
   kq_Close(db);
-  std::string foreign = GFileHeader(4) + HexBytes("00");
-  foreign[1] = 'X';
+  const std::string foreign = GFileHeader(4).replace(1, 1, "X") + '\0';
   for (const char *suffix : {".kqv", ".kqs", ".kqi"}) {  // missing, then not a GFile
     std::remove((Base() + suffix).c_str());
     EXPECT_EQ(RunCapturing([&] { EXPECT_EQ(Reopen(), nullptr) << suffix; }).err, "");

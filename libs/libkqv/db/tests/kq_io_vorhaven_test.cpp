@@ -1,8 +1,6 @@
-// Tests of the second kernel's tracker through a real database: for each
-// event the changes it must record, written out by hand and held against the
-// files after every addition.  Groups by the low ten bits of the id, the
-// group status change, refreshes with and without a second name,
-// compare-before-write, events too short for their type, both byte orders.
+// Tests of the second kernel's tracker: for each event the changes it must
+// record, written out by hand and held against the files after every
+// addition, in both byte orders.
 #include <gtest/gtest.h>
 
 #include "database_script.h"

@@ -1,9 +1,6 @@
-// Tests of creating a database and adding events: the worked example and
-// the empty database pinned byte for byte; generated scripts whose files
-// equal the model's after every addition (blocks at 99, 100 and 101 events,
-// object lists one block late, snapshots in table order, every kind of
-// change, both byte orders); event numbers; refusals, also by the tracker;
-// and the replacement of an old database, whose .kqv goes first.
+// Tests of creating a database and adding events: the empty database and the
+// worked example pinned byte for byte; generated scripts equal to the model
+// after every addition; event numbers; refusals; the replacement of an old one.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
