@@ -52,7 +52,8 @@ class Corefile {
   // byte by byte; Append puts it behind the last one placed.
   Corefile &Record(uint32_t offset, uint16_t type, uint16_t subtype, uint32_t high, uint32_t low,
                    const std::string &payload = "", int lengthByte = -1) {
-    const std::string record = char(lengthByte >= 0 ? lengthByte : 12 + int(payload.size())) + Word16(type) + Word16(subtype) + Words({high, low}) + payload;
+    const char length = char(lengthByte >= 0 ? lengthByte : 12 + int(payload.size()));
+    const std::string record = length + Word16(type) + Word16(subtype) + Words({high, low}) + payload;
     recordEnd_ = pool_.empty() ? 0 : static_cast<uint32_t>((offset + record.size()) % pool_.size());
     return PoolBytes(offset, record);
   }
@@ -63,8 +64,12 @@ class Corefile {
   // Bytes written behind the pool.
   Corefile &Trailer(const std::string &bytes) { return Set(trailer_, trailer_ + bytes); }
 
-  std::string Word16(uint16_t value) const { return big_ ? std::string{char(value >> 8), char(value)} : std::string{char(value), char(value >> 8)}; }
-  std::string Word32(uint32_t value) const { return big_ ? Word16(value >> 16) + Word16(uint16_t(value)) : Word16(uint16_t(value)) + Word16(value >> 16); }
+  std::string Word16(uint16_t value) const {
+    return big_ ? std::string{char(value >> 8), char(value)} : std::string{char(value), char(value >> 8)};
+  }
+  std::string Word32(uint32_t value) const {
+    return big_ ? Word16(value >> 16) + Word16(uint16_t(value)) : Word16(uint16_t(value)) + Word16(value >> 16);
+  }
   std::string Words(std::initializer_list<uint32_t> values) const {
     std::string bytes;
     for (uint32_t value : values) bytes += Word32(value);

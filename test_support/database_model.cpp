@@ -143,7 +143,8 @@ Script GenerateScript(Random &random, size_t count) {
 
 Script CountingScript(size_t count, uint64_t first, uint64_t step) {
   Script script;
-  for (uint32_t k = 0; k < count; k++) script.emplace_back(first + step * k, 4, k % 7, U(k + 1, 4), std::vector{New(0, k + 1, U(k + 1, 4))});
+  for (uint32_t k = 0; k < count; k++)
+    script.emplace_back(first + step * k, 4, k % 7, U(k + 1, 4), std::vector{New(0, k + 1, U(k + 1, 4))});
   return script;
 }
 
@@ -168,7 +169,8 @@ std::string HexBytes(const std::string &text) {
 
 std::string ToHex(const std::string &bytes) {
   std::string text;
-  for (unsigned char byte : bytes) text += (text.empty() ? "" : " ") + std::string{"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
+  const char *digits = "0123456789ABCDEF";
+  for (unsigned char byte : bytes) text += (text.empty() ? "" : " ") + std::string{digits[byte >> 4], digits[byte & 15]};
   return text;
 }
 
@@ -211,7 +213,8 @@ DatabaseFiles Render(const Script &script, const DatabaseHeader &h) {
       f.kqs += U(3, 1) + U(usedTable.Walk().size(), 4);
       for (const ObjectKey &key : usedTable.Walk()) f.kqs += U(key.first, 2) + U(key.second, 4);
       f.kqs += U(2, 1) + U(current.size(), 4);
-      for (const ObjectKey &key : currentTable.Walk()) f.kqs += U(key.first, 2) + U(key.second, 4) + U(current[key].size(), 4) + current[key];
+      for (const ObjectKey &key : currentTable.Walk())
+        f.kqs += U(key.first, 2) + U(key.second, 4) + U(current[key].size(), 4) + current[key];
       usedTable = currentTable.Clone();
     }
     f.kqs += U(1, 1) + U(e.time, 8) + U(e.payload.size(), 4) + U(e.type, 2) + U(e.subtype, 2) + e.payload;
@@ -235,7 +238,8 @@ DatabaseFiles ReadDatabase(const std::string &base) {
 
 ::testing::AssertionResult SameFiles(const DatabaseFiles &got, const DatabaseFiles &want) {
   if (got == want) return ::testing::AssertionSuccess();
-  const auto at = static_cast<size_t>(std::mismatch(got.kqs.begin(), got.kqs.end(), want.kqs.begin(), want.kqs.end()).first - got.kqs.begin());
+  const std::string &g = got.kqs, &w = want.kqs;
+  const auto at = static_cast<size_t>(std::mismatch(g.begin(), g.end(), w.begin(), w.end()).first - g.begin());
   return ::testing::AssertionFailure() << "\n.kqv " << ToHex(got.kqv) << "\n want " << ToHex(want.kqv) << "\n.kqi "
                                        << ToHex(got.kqi) << "\n want " << ToHex(want.kqi) << "\n.kqs of " << got.kqs.size()
                                        << " bytes, want " << want.kqs.size() << ", first differs at " << at << ":\n  got  "
@@ -274,7 +278,8 @@ void ThreadXLog::Track(Event &e) {
   // Types 5 and 6: status, priority from a second word, for 6 the name from offset 8 on.
   const uint16_t remapped = e.type == 6 ? e.subtype : e.subtype == 3 ? 11 : e.subtype == 10 ? 3 : e.subtype;
   const std::optional<uint32_t> priority = e.payload.size() >= 8 ? std::optional(WordAt(e.payload, 4, big_)) : std::nullopt;
-  const std::optional<std::string> name = e.type == 6 ? std::optional(Name31(e.payload.substr(std::min<size_t>(8, e.payload.size())))) : std::nullopt;
+  const size_t nameAt = std::min<size_t>(8, e.payload.size());
+  const std::optional<std::string> name = e.type == 6 ? std::optional(Name31(e.payload.substr(nameAt))) : std::nullopt;
   if (!known) return Record(e, New(0, id, TaskValue(remapped, priority, name)));
   const std::string value = threads_.at({0, id});
   if (status(id) != U(remapped, 2)) Record(e, Mod(0, id, 0, U(remapped, 2)));

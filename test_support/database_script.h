@@ -17,6 +17,8 @@
 
 namespace testsupport {
 
+constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;  // behind every event
+
 // Called behind each event's changes, its bytes in the stream, its tag not patched.
 inline std::function<void(kq_DB *)> halfWritten;
 inline const Event *writing = nullptr;
@@ -47,7 +49,8 @@ inline int AddEvent(kq_DB *db, const Event &e, uint64_t time) {
 // its tracker records the script's changes unless another is given.
 class ScriptWriter {
  public:
-  ScriptWriter(const std::string &base, const Script &script, const DatabaseHeader &h = {}, kq_SaveStateFunc tracker = RecordScriptedChanges)
+  ScriptWriter(const std::string &base, const Script &script, const DatabaseHeader &h = {},
+               kq_SaveStateFunc tracker = RecordScriptedChanges)
       : script_(script), db_(kq_OpenForCreation(base.c_str(), h.ticksPerSecond, h.config.c_str(), h.bigEndian, tracker)) {}
   ~ScriptWriter() { Close(); }
   ScriptWriter(const ScriptWriter &) = delete;

@@ -40,7 +40,8 @@ class Simulation {
 };
 
 Corefile WithThreads(Corefile core) {
-  const char *names[] = {"System Timer Thread", "main", "sensor_poll", "net_rx", "logger_with_a_rather_long_thread_name", "old_worker", "idle"};
+  const char *names[] = {"System Timer Thread", "main", "sensor_poll", "net_rx",
+                         "logger_with_a_rather_long_thread_name", "old_worker", "idle"};
   for (uint32_t k = 0; k < 7; k++) core.Thread(names[k], SimulatedThreadId(k), 1 + k * 5 % 31, k != 5, k < 6);
   return core.TimerHz(1000000);
 }
@@ -129,7 +130,8 @@ bool WriteSimulatedDump(const std::string &path, const DumpShape &shape) {
       const SimulatedEvent e = simulation.Next();
       chunk += core.SlotBytes(e.type, e.subtype, e.time, core.Words({e.words[0], e.words[1], e.words[2], e.words[3], e.words[4]}));
     }
-    ok = fseek(file, static_cast<long>(head.size() + size_t{slot} * 32), SEEK_SET) == 0 && fwrite(chunk.data(), 1, chunk.size(), file) == chunk.size();
+    ok = fseek(file, static_cast<long>(head.size() + size_t{slot} * 32), SEEK_SET) == 0 &&
+         fwrite(chunk.data(), 1, chunk.size(), file) == chunk.size();
     done += n;
   }
   return fclose(file) == 0 && ok;

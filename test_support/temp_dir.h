@@ -15,8 +15,8 @@ namespace testsupport {
 
 class TempDir {
  public:
-  explicit TempDir(const std::string &parent = "")
-      : path_(((parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent)) / "ravelog-test-XXXXXX").string()) {
+  explicit TempDir(const std::string &parent = "") {
+    path_ = ((parent.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(parent)) / "ravelog-test-XXXXXX").string();
     if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   }
   ~TempDir() {

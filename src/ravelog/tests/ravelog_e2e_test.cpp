@@ -73,7 +73,8 @@ TEST(Probe, RefusedFilesFailWithOneMessageAndCreateNothing) {
   const std::string kChar = "ravelog: fatal: Error reading char from corefile.\n", kUnknown = "ravelog: fatal: Unknown version 0x";
   const std::pair<std::string, std::string> rows[] = {
       {"", kChar}, {std::string(1, '\0'), kChar}, {std::string("\0\0", 2), kUnknown + "00 core file.  \n" + kVerify},
-      {std::string("\3\0", 2), kUnknown + "03 core file.  \n" + kVerify}, {std::string("\0\xff", 2), kUnknown + "ff core file.  \n" + kVerify},
+      {std::string("\3\0", 2), kUnknown + "03 core file.  \n" + kVerify},
+      {std::string("\0\xff", 2), kUnknown + "ff core file.  \n" + kVerify},
       {"\2\2", "ravelog: fatal: Bad format detected in core file.  First two bytes were both non-zero.\n" + kVerify}};
   for (const auto &[bytes, err] : rows) ExpectConversion(bytes, true, {"", err, 1, std::nullopt});
   TempDir dir;  // a socket has a size but can't be opened as a file, whoever runs the test; a name that isn't there
@@ -99,12 +100,14 @@ TEST(Version2, TheWorkedLogListsAlikeInBothByteOrdersAndGivesThePinnedFiles) {
 }
 
 TEST(Version2, BoundaryCasesOfTheListAndTheRing) {
-  ExpectConversion(Corefile::V2(Endian::kLittle, 64).Bytes(), true, {Header(Endian::kLittle, 0, 64, 0) + kEventsHeading, "", 0, ThreadXLog(false).Files(1000)});
+  ExpectConversion(Corefile::V2(Endian::kLittle, 64).Bytes(), true,
+                   {Header(Endian::kLittle, 0, 64, 0) + kEventsHeading, "", 0, ThreadXLog(false).Files(1000)});
   Corefile negative = Corefile::V2(Endian::kBig, 32).ThreadCount(-2);  // reads no entry
   ThreadXLog log(true);
   negative.Slot(0, 1, 0, 0, 5, negative.Words({0xAB})), log.Add(0, 1, 0, Pad20(negative.Words({0xAB})));
-  ExpectConversion(negative.Bytes(), true, {Header(Endian::kBig, -2, 32, 0) + kEventsHeading +
-                                                "0x000000ab context switch to thread              0x01:00  0x00000000:00000005\n", "", 0, log.Files(1000)});
+  ExpectConversion(negative.Bytes(), true,
+                   {Header(Endian::kBig, -2, 32, 0) + kEventsHeading +
+                        "0x000000ab context switch to thread              0x01:00  0x00000000:00000005\n", "", 0, log.Files(1000)});
   // A full ring walked from its middle; equal times pass, a falling one is
   // reported before its line and stored as the time before; an invalid entry
   // is listed, not stored; wide numbers widen their columns, names show 31 characters.
@@ -130,7 +133,8 @@ TEST(Version2, BoundaryCasesOfTheListAndTheRing) {
 
 TEST(Version2, CutAndMalformedLogsEndInOneFatalMessage) {
   const std::string worked = Worked(Endian::kBig).Bytes(), kRing = "ravelog: fatal: Bad event pool size ";
-  const std::string kPointer = "ravelog: fatal: Bad current event pointer 0x00", kSlot = " in core file.  It is not an event slot of the pool of ";
+  const std::string kPointer = "ravelog: fatal: Bad current event pointer 0x00", kMultiple = " is not a positive multiple of 32 bytes.\n";
+  const std::string kSlot = " in core file.  It is not an event slot of the pool of ";
   const struct {
     std::string bytes, err;
     int threads;  // the database as it stood, with this many thread records; -1: none
@@ -140,11 +144,12 @@ TEST(Version2, CutAndMalformedLogsEndInOneFatalMessage) {
               {worked.substr(0, 68), kPoolRead, 1},
               {Corefile::V2(Endian::kBig, 0).Bytes(), kPoolRead, 0},
               {Corefile::V2(Endian::kLittle, 64).Evps(0x80000000u).Trailer(std::string(64, '\0')).Bytes(), kPoolRead, 0},
-              {Corefile::V2(Endian::kBig, 40).Bytes(), kRing + "40 in core file.  It is not a positive multiple of 32 bytes.\n" + kVerify, 0},
-              {Corefile::V2(Endian::kBig, 48).Bytes(), kRing + "48 in core file.  It is not a positive multiple of 32 bytes.\n" + kVerify, 0},
+              {Corefile::V2(Endian::kBig, 40).Bytes(), kRing + "40 in core file.  It" + kMultiple + kVerify, 0},
+              {Corefile::V2(Endian::kBig, 48).Bytes(), kRing + "48 in core file.  It" + kMultiple + kVerify, 0},
               {Corefile::V2(Endian::kLittle, 96).Start(8).Bytes(), kPointer + "100008" + kSlot + "96 bytes at 0x00100000.\n" + kVerify, 0},
               {Corefile::V2(Endian::kLittle, 64).Start(64).Bytes(), kPointer + "100040" + kSlot + "64 bytes at 0x00100000.\n" + kVerify, 0},
-              {Corefile::V2(Endian::kBig, 96).Location(0x40).Pointer(0x20).Bytes(), kPointer + "000020" + kSlot + "96 bytes at 0x00000040.\n" + kVerify, 0}};
+              {Corefile::V2(Endian::kBig, 96).Location(0x40).Pointer(0x20).Bytes(),
+               kPointer + "000020" + kSlot + "96 bytes at 0x00000040.\n" + kVerify, 0}};
   for (const auto &row : rows) {
     ThreadXLog log(row.bytes[0] == 0);
     if (row.threads == 1) log.Add(0, 6, 10, Word(0x1234, true) + Word(10, true) + "main" + std::string(27, '\0'));
@@ -171,8 +176,8 @@ TEST(Damage, ALogCutAtAnyByteEndsInOneFatalMessageAndTheDatabaseSoFar) {
       const std::string db = dir.file("db" + std::to_string(cut));
       ASSERT_TRUE(WriteFileBytes(dir.file("core"), whole.substr(0, cut)));
       const ProcessResult run = Ravelog({dir.file("core"), db});
-      const size_t fatal = run.err.find("ravelog: fatal: ");
-      EXPECT_TRUE(run.status == 1 && fatal != std::string::npos && run.err.find("fatal", fatal + 10) == std::string::npos) << cut << run.err;
+      const size_t fatal = run.err.find("ravelog: fatal: "), npos = std::string::npos;
+      EXPECT_TRUE(run.status == 1 && fatal != npos && run.err.find("fatal", fatal + 10) == npos) << cut << run.err;
       const DatabaseFiles got = ReadDatabase(db);
       EXPECT_TRUE(got == DatabaseFiles{} ? ::testing::AssertionSuccess() : StoppedEarly(got, complete)) << "cut at " << cut;
     }

@@ -36,7 +36,8 @@ TEST(ThreadXTracker, SwitchesSendTheRunningThreadsToReadyInTableOrder) {
                          // Payloads short of the words: no priority, names as far as they go, a prefix kept.
                          {0, 5, 4, W(0x2222), {Mod(0, 0x2222, 0, U(4, 2))}}, {0, 1, 0, "\x78\x56\x00"},
                          {0, 6, 10, W(0x5678), {New(0, 0x5678, TaskValue(10, {}, ""))}},
-                         {0, 6, 10, W(0x5678) + W(20) + "wor", {Mod(0, 0x5678, 4, U(20, 4)), Mod(0, 0x5678, 8, U(1, 1)), Mod(0, 0x5678, 9, "wor" + U(0, 1))}},
+                         {0, 6, 10, W(0x5678) + W(20) + "wor",
+                          {Mod(0, 0x5678, 4, U(20, 4)), Mod(0, 0x5678, 8, U(1, 1)), Mod(0, 0x5678, 9, "wor" + U(0, 1))}},
                          {0, 6, 10, W(0x5678) + W(20) + "wo"}, {0, 5, 3, W(0x5678) + "\1\2\3", {Mod(0, 0x5678, 0, U(11, 2))}},
                          {0, 6, 10, W(0x5678) + W(20) + name31 + "xyz", {Mod(0, 0x5678, 0, U(10, 2)), Mod(0, 0x5678, 9, name31)}}};
   EXPECT_EQ(Modelled(pinned), pinned);

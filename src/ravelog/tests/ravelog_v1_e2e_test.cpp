@@ -36,7 +36,8 @@ std::string WrappedListing(const char *task) {
 
 TEST(Version1, PoolsThatDecodeListAndStoreTheRecordsOfOneLapFromTheOldest) {
   const Corefile zeros = Corefile::V1(Endian::kBig, 40).Thread("main", 0x1234, 10), rising = Rising();
-  ExpectConversion(zeros.Bytes(), true, {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading, "", 0, Sent(zeros, {MainRecord(zeros)})});
+  ExpectConversion(zeros.Bytes(), true,
+                   {kThreadHeading + kMain + "Starttime is 0:0.\n" + kEventsHeading, "", 0, Sent(zeros, {MainRecord(zeros)})});
   const DatabaseFiles risingFiles = Sent(rising, {MainRecord(rising), {0, 4, 0, rising.Words({0x1234})}, {0x80, 7, 0},
                                                   {0xf0, 3, 0x14, rising.Words({0x1234, 7})}});
   ExpectConversion(rising.Bytes(), true,
@@ -135,7 +136,7 @@ TEST(Version1, RecordsThatDontFitThePoolAreRefusedWithTheDatabaseAsItStood) {
   Corefile scan = Corefile::V1(Endian::kLittle, 40).Append(4, 0, 0, 0x10).Record(20, 4, 1, 0, 0x20, "", 30);
   Corefile walk = Corefile::V1(Endian::kBig, 48).Append(4, 0, 0, 0x100).Append(4, 1, 0, 0x50).Append(4, 2, 0, 0x60, "", 30);
   Corefile lap = Corefile::V1(Endian::kBig, 64);  // a record whose head says it runs round past the walk's start
-  lap.Record(63, 0, 0, 0, 0x0c, std::string(4, '\0') + lap.Words({0, 0x200}) + "\x0c" + lap.Word16(2) + lap.Word16(0) + lap.Words({0, 0x10}));
+  lap.Record(63, 0, 0, 0, 0x0c, lap.Words({0, 0, 0x200}) + "\x0c" + lap.Word16(2) + lap.Word16(0) + lap.Words({0, 0x10}));
   const Corefile none = Corefile::V1(Endian::kBig, 0).Thread("main", 0x1234, 10);
   const std::string scanned = "Event (Type 4:0) time was: 0:10\n";
   const struct {
@@ -149,11 +150,11 @@ TEST(Version1, RecordsThatDontFitThePoolAreRefusedWithTheDatabaseAsItStood) {
       {low.Bytes(), kThreadHeading + scanned + "Breaking out of loop.\nStarttime is 0:5.\n" + kEventsHeading,
        kBadRecord + "13 of the event pool: its length 5 is below 12.\n" + kVerify, Sent(low, {})},
       {Corefile::V1(Endian::kLittle, 32).Append(4, 0, 0, 0x10).PoolBytes(31, "\x0c").Bytes(), kThreadHeading + scanned,
-       kBadRecord + "31 of the event pool: it runs past the end of the pool of 32 bytes.\n" + kVerify, Sent(Corefile::V1(Endian::kLittle), {})},
+       kBadRecord + "31 of the event pool: it runs past the end of the pool of 32 bytes.\n" + kVerify, Sent(scan, {})},
       {Corefile::V1(Endian::kLittle, 32).Append(4, 0, 0, 0x10).PoolBytes(20, "\x0c").Bytes(), kThreadHeading + scanned,
-       kBadRecord + "20 of the event pool: it runs past the end of the pool of 32 bytes.\n" + kVerify, Sent(Corefile::V1(Endian::kLittle), {})},
-      {scan.Bytes(), kThreadHeading + scanned, kBadRecord + "20 of the event pool: it runs past the end of the pool of 40 bytes.\n" + kVerify,
-       Sent(scan, {})},
+       kBadRecord + "20 of the event pool: it runs past the end of the pool of 32 bytes.\n" + kVerify, Sent(scan, {})},
+      {scan.Bytes(), kThreadHeading + scanned,
+       kBadRecord + "20 of the event pool: it runs past the end of the pool of 40 bytes.\n" + kVerify, Sent(scan, {})},
       {walk.Bytes(), kThreadHeading + "Event (Type 4:0) time was: 0:100\nBreaking out of loop.\nStarttime is 0:50.\n" +
                          kEventsHeading + "Sending event of type 0x4:0x1 time 0:0\n",
        kBadRecord + "26 of the event pool: it runs past the end of the pool of 48 bytes.\n" + kVerify, Sent(walk, {{0, 4, 1}})},

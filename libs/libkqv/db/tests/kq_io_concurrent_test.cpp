@@ -15,7 +15,6 @@ using namespace testsupport;
 
 namespace {
 
-constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;
 constexpr uint32_t kStdio = 0xFFFFFFFF, kMapped = 0;  // write mapping thresholds
 
 TEST(GrowingDatabase, AReaderInAnotherProcessSeesWholeEventsInOrder) {

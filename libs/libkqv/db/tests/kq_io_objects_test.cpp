@@ -12,8 +12,6 @@ using namespace testsupport;
 
 namespace {
 
-constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;
-
 class Objects : public ReadingTest {
  protected:
   void WritePointing(const Script &script, size_t entry, uint32_t position) {  // an index entry points elsewhere

@@ -13,7 +13,6 @@ using namespace testsupport;
 
 namespace {
 
-constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;
 constexpr uint32_t kFirstEventTag = 30;  // behind block 0's empty object list and snapshot
 
 class Querying : public ReadingTest {
@@ -81,7 +80,8 @@ TEST_F(Querying, StatesListsAndIteratorsEqualAReplayOfTheWholeScript) {
   kq_State *state = nullptr;
   ASSERT_EQ(kq_GetStateAndIterFromTime(db_, 0, &iter, nullptr), 1);
   Script all;
-  for (Script chunk; !(chunk = TakeList(kq_GetNEventsBeforeTime(db_, &iter, 37, 0, 0))).empty();) all.insert(all.end(), chunk.begin(), chunk.end());
+  for (Script chunk; !(chunk = TakeList(kq_GetNEventsBeforeTime(db_, &iter, 37, 0, 0))).empty();)
+    all.insert(all.end(), chunk.begin(), chunk.end());
   EXPECT_EQ(all, Listed(script_, 0, n));
   EXPECT_EQ(iter->position, ReadFileBytes(Base() + ".kqs").size());  // one behind the final 0 tag
   kq_DeleteEventIter(iter);

@@ -15,8 +15,6 @@ using namespace testsupport;
 
 namespace {
 
-constexpr uint64_t kFarFuture = ~uint64_t{0} >> 1;
-
 class Reading : public ReadingTest {
  protected:
   std::string Seen() {  // "count [start, end)" after the two refreshes
@@ -79,7 +77,8 @@ TEST_F(Reading, TheIndexTakesWholeEntriesAtOpeningAndAtRefresh) {
   ASSERT_NE(Reopen(), nullptr);
   EXPECT_EQ(UpdateKqi(db_), 0u);
   // An entry being written, then whole, then one behind a wrong tag.
-  for (const auto &[kqi, added, entries, last] : {std::tuple{e0 + e1 + e2.substr(0, 6), 1u, 2u, 46u}, std::tuple{e0 + e1 + e2 + end, 1u, 3u, 59u},
+  for (const auto &[kqi, added, entries, last] : {std::tuple{e0 + e1 + e2.substr(0, 6), 1u, 2u, 46u},
+                                                  std::tuple{e0 + e1 + e2 + end, 1u, 3u, 59u},
                                                   std::tuple{e0 + e1 + e2 + e2 + "\x07" + end, 0u, 3u, 59u}}) {
     ASSERT_TRUE(WriteFileBytes(Base() + ".kqi", GFileHeader(5) + kqi));
     EXPECT_EQ(std::vector<uint32_t>({UpdateKqi(db_), db_->numTimePos, db_->lastIndexTag}), std::vector<uint32_t>({added, entries, last}));
@@ -170,9 +169,11 @@ TEST_F(Reading, DamagedFilesListWholeEventsOnlyAndNeverCrash) {
     for (const char *perBlock : {"00000000", "00000001", "FFFFFFFF"})  // lists by time stay whole
       EXPECT_EQ(exercise(good.kqv.substr(0, 37) + HexBytes(perBlock), good.kqs, good.kqi).size(), script.size());
     for (const char *at : {"00000000", "00000019", "00000030", "000001F5", "7FFFFFFF", "80000000", "FFFFFFFF"})
-      for (size_t entry = 0; entry < 2; entry++) exercise(good.kqv, good.kqs, std::string(good.kqi).replace(29 + 13 * entry, 4, HexBytes(at)));
+      for (size_t entry = 0; entry < 2; entry++)
+        exercise(good.kqv, good.kqs, std::string(good.kqi).replace(29 + 13 * entry, 4, HexBytes(at)));
     for (size_t at = 20; at < good.kqs.size(); at += 7)  // tags, lengths and counts made wrong
-      for (const char value : {'\x00', '\x03', '\x07', '\xFF'}) exercise(good.kqv, std::string(good.kqs).replace(at, 1, 1, value), good.kqi);
+      for (const char value : {'\x00', '\x03', '\x07', '\xFF'})
+        exercise(good.kqv, std::string(good.kqs).replace(at, 1, 1, value), good.kqi);
   });
 }
 

@@ -28,15 +28,13 @@ Change Task(uint32_t id, std::optional<uint16_t> status, std::optional<uint32_t>
 TEST(VorhavenTracker, TaskChangesRunATaskAndReadyOnlyItsGroupInEitherByteOrder) {
   for (const bool order : {true, false}) {
     big = order;
-    EXPECT_TRUE(Tracks({{0, 3, 0, W(0x401), {Task(0x401, 3)}},
-                        {0, 3, 0, W(0x402), {Task(0x402, 3)}},
+    EXPECT_TRUE(Tracks({{0, 3, 0, W(0x401), {Task(0x401, 3)}}, {0, 3, 0, W(0x402), {Task(0x402, 3)}},
                         {0, 1, 0, W(0x801), {Task(0x801, 3), M(0x401, 0, "0000")}},  // group 1 is 0x401's, not 0x402's
                         {0, 1, 0, W(0x801), {M(0x801, 0, "0000"), M(0x801, 0, "0003")}},  // to the running task again
                         {0, 2, 0, W(0x5), {Task(0x5, {})}},
                         {0, 1, 0, W(0x5), {M(0x5, 0, "0003"), M(0x5, 2, "01")}},
                         {0, 3, 12, W(0xC05), {Task(0xC05, 3)}},  // a kernel call runs its task and touches no other
-                        {0, 5, 1, W(0xC05), {M(0xC05, 0, "0001")}},
-                        {0, 3, 12, W(0xC05)},
+                        {0, 5, 1, W(0xC05), {M(0xC05, 0, "0001")}}, {0, 3, 12, W(0xC05)},
                         {0, 6, 3, Refresh(0x7, 0x01020304, "le", "two"), {Task(0x7, 3, 0x01020304, "le", "two")}},
                         {0, 5, 3, W(0x7) + W(0x0A0B0C0D), {M(0x7, 4, "0A0B0C0D")}}}))
         << (big ? "big" : "little") << "-endian";
@@ -47,7 +45,8 @@ TEST(VorhavenTracker, TaskChangesRunATaskAndReadyOnlyItsGroupInEitherByteOrder) 
 TEST(VorhavenTracker, OtherTypesEnsureTheirTaskAndStatusChangesCompareBeforeTheyWrite) {
   Script script;
   uint32_t id = 0x100;
-  for (uint16_t type : {2, 4, 7, 0, 8, 9, 10, 0xFFFF}) script.push_back({0, type, 3, W(id), {Task(id, {})}}), script.push_back({0, type, 3, W(id++)});
+  for (uint16_t type : {2, 4, 7, 0, 8, 9, 10, 0xFFFF})
+    script.push_back({0, type, 3, W(id), {Task(id, {})}}), script.push_back({0, type, 3, W(id++)});
   script.push_back({0, 5, 2, W(0x20) + W(9), {Task(0x20, 2, 9)}});  // a status change compares before it writes
   script.push_back({0, 5, 7, W(0x20) + W(9), {M(0x20, 0, "0007")}});
   script.push_back({0, 5, 0, W(0x100), {M(0x100, 2, "01")}});  // reads 0 already: the flag only
@@ -67,11 +66,9 @@ TEST(VorhavenTracker, TheGroupStatusChangeSetsTenOnItsGroupUnreadAndCreatesNothi
 
 TEST(VorhavenTracker, RefreshesRecordOnlyTheFactsThatDiffer) {
   const std::string a(31, 'a'), b(31, 'b'), c(31, 'c'), d(31, 'd');
-  EXPECT_TRUE(Tracks({{0, 6, 1, Refresh(0x30, 5, "main"), {Task(0x30, 1, 5, "main")}},
-                      {0, 6, 1, Refresh(0x30, 5, "main")},
+  EXPECT_TRUE(Tracks({{0, 6, 1, Refresh(0x30, 5, "main"), {Task(0x30, 1, 5, "main")}}, {0, 6, 1, Refresh(0x30, 5, "main")},
                       {0, 6, 2, Refresh(0x31, 6, "io", "cpu1"), {Task(0x31, 2, 6, "io", "cpu1")}},
-                      {0, 6, 2, Refresh(0x31, 6, "io", "cpu1")},
-                      {0, 6, 2, Refresh(0x31, 6, "io")},
+                      {0, 6, 2, Refresh(0x31, 6, "io", "cpu1")}, {0, 6, 2, Refresh(0x31, 6, "io")},
                       // A changed name rewrites the second one too; a short refresh leaves it.
                       {0, 6, 2, Refresh(0x31, 6, "disk", "cpu1"), {Name(0x31, 9, "disk"), Name(0x31, 41, "cpu1")}},
                       {0, 6, 2, Refresh(0x31, 6, "disk", "cpu2"), {Name(0x31, 41, "cpu2")}},
@@ -80,8 +77,9 @@ TEST(VorhavenTracker, RefreshesRecordOnlyTheFactsThatDiffer) {
                       {0, 6, 0, Refresh(0x33, 1, "ab", "wx")},  // the beginning of the stored name counts as equal
                       {0, 6, 0, Refresh(0x33, 1, "abcde"), {Name(0x33, 9, "abcde")}},
                       {0, 2, 0, W(0x34), {Task(0x34, {})}},
-                      {0, 6, 4, Refresh(0x34, 7, "late", "x"), {M(0x34, 0, "0004"), M(0x34, 2, "01"), M(0x34, 4, "00000007"), M(0x34, 8, "01"),
-                                                               Name(0x34, 9, "late"), M(0x34, 40, "01"), Name(0x34, 41, "x"), M(0x34, 72, "01")}},
+                      {0, 6, 4, Refresh(0x34, 7, "late", "x"),
+                       {M(0x34, 0, "0004"), M(0x34, 2, "01"), M(0x34, 4, "00000007"), M(0x34, 8, "01"), Name(0x34, 9, "late"),
+                        M(0x34, 40, "01"), Name(0x34, 41, "x"), M(0x34, 72, "01")}},
                       {0, 6, 1, Refresh(0x35, 1, a, b.c_str()), {Task(0x35, 1, 1, a, b)}},  // names that fill their field
                       {0, 6, 1, Refresh(0x35, 1, c, d.c_str()), {Name(0x35, 9, c), Name(0x35, 41, d)}}}));
 }

@@ -1,6 +1,6 @@
 // Tests of the state model where the database tests don't reach it: the table
-// callbacks' contract (the reversed-sign compare, deep clones) and the messages
-// for unknown kinds of change.
+// compare's contract (its sign reversed) and the messages for unknown kinds of
+// change.
 #include <gtest/gtest.h>
 
 #include "database_script.h"
@@ -12,27 +12,18 @@ using namespace testsupport;
 
 namespace {
 
-TEST(StateModel, TableCallbacksCompareAndCloneAsDocumented) {
+TEST(StateModel, TheCompareTakesTypeThenIdUnsignedWithTheSignReversed) {
   const kq_StateObject c{1, 0, 0, nullptr}, d{1, 0x80000000u, 0, nullptr}, e{0, 0xFFFFFFFFu, 0, nullptr};
   EXPECT_EQ(std::vector<int>({CmpStateObject(&c, &e), CmpStateObject(&e, &c), CmpStateObject(&d, &c), CmpStateObject(&c, &d),
                               CmpStateObject(&d, &d), CmpStateObjectByType(&d, &c)}),
             std::vector<int>({-1, 1, -1, 1, 0, 0}));  // type, then id unsigned; -1 when the first is greater
-  kq_State *state = kq_NewState();
-  ApplyStateChangeNew(state->table, nullptr, 2, 7, 3, "abc", nullptr, nullptr);
-  ApplyStateChangeNew(state->table, nullptr, 2, 8, 0, nullptr, nullptr, nullptr);
-  HT_PT copy = HT_Clone(state->table);
-  kq_FindStateObject(state->table, 2, 7)->value[0] = 'X';
-  EXPECT_EQ(StateOf(copy), State({{{2, 7}, "abc"}, {{2, 8}, ""}}));
-  EXPECT_EQ(kq_FindStateObject(copy, 2, 8)->value, nullptr);
-  HT_Delete(copy);
-  kq_DeleteState(state);
 }
 
 TEST(StateModel, ListsApplyFromFrontToBackAndUnknownKindsAreReported) {
   List_PT list = List_New(StateChangeDelete, nullptr);
-  for (const auto &[kind, number, bytes] : {std::tuple{0, 3, "abc"}, {1, 1, "Z"}, {2, 0, ""}, {0, 3, "xyz"}, {1, 0, "Q"}, {3, 0, ""}, {9, 0, ""}}) {
+  for (const auto &[k, n, text] : {std::tuple{0, 3, "abc"}, {1, 1, "Z"}, {2, 0, ""}, {0, 3, "xyz"}, {1, 0, "Q"}, {3, 0, ""}, {9, 0, ""}}) {
     auto *change = static_cast<StateChange *>(gen_alloc(1, sizeof(StateChange)));
-    *change = {uint8_t(kind), 0, 1, uint16_t(number), uint8_t(strlen(bytes)), *bytes ? reinterpret_cast<uint8_t *>(gen_copy(bytes)) : nullptr};
+    *change = {uint8_t(k), 0, 1, uint16_t(n), uint8_t(strlen(text)), *text ? reinterpret_cast<uint8_t *>(gen_copy(text)) : nullptr};
     List_Push(list, change, 1);
   }
   kq_State *state = kq_NewState();
