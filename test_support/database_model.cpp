@@ -9,50 +9,6 @@
 
 namespace testsupport {
 
-// A table of object keys as the library keeps one (adt_hash.h): chains in
-// ascending buckets, new keys at the tail of their chain; more keys than
-// twice the buckets grow it to the first size not below the count, each key
-// in walk order pushed on the head of its new chain; a clone has the size
-// that fits its source and the source's keys in walk order.
-class Table {
- public:
-  explicit Table(size_t keys = 0) : chains_(Buckets(keys)) {}
-  void Insert(const ObjectKey &key) {
-    chains_[Hash(key) % chains_.size()].push_back(key);
-    if (++size_ <= 2 * chains_.size()) return;
-    std::vector<std::vector<ObjectKey>> grown(Buckets(size_));
-    for (const ObjectKey &k : Walk()) grown[Hash(k) % grown.size()].insert(grown[Hash(k) % grown.size()].begin(), k);
-    chains_ = std::move(grown);
-  }
-  void Erase(const ObjectKey &key) {
-    auto &chain = chains_[Hash(key) % chains_.size()];
-    const auto at = std::find(chain.begin(), chain.end(), key);
-    if (at != chain.end()) chain.erase(at), size_--;
-  }
-  std::vector<ObjectKey> Walk() const {
-    std::vector<ObjectKey> keys;
-    for (const auto &chain : chains_) keys.insert(keys.end(), chain.begin(), chain.end());
-    return keys;
-  }
-  Table Clone() const {
-    Table clone(size_);
-    for (const ObjectKey &key : Walk()) clone.Insert(key);
-    return clone;
-  }
-
- private:
-  static uint32_t Hash(const ObjectKey &key) {  // the id's outer bytes exchanged, exclusive-or the type
-    return ((key.second << 24) | (key.second & 0x00FFFF00u) | (key.second >> 24)) ^ key.first;
-  }
-  static size_t Buckets(size_t keys) {
-    for (size_t size : {29, 59, 127, 257, 521, 1049, 2099, 4201, 8419, 16843, 33703, 67409, 134837})
-      if (size >= keys) return size;
-    throw std::logic_error("the model's tables hold at most 134837 objects");
-  }
-  std::vector<std::vector<ObjectKey>> chains_;
-  size_t size_ = 0;
-};
-
 namespace {
 
 std::string Record(const Change &c) {
@@ -248,11 +204,9 @@ DatabaseFiles ReadDatabase(const std::string &base) {
 
 // ---- ThreadX ------------------------------------------------------------------
 
-ThreadXLog::ThreadXLog(bool bigEndian) : big_(bigEndian), table_(std::make_unique<Table>()) {}
-ThreadXLog::~ThreadXLog() = default;
 
 void ThreadXLog::Record(Event &e, const Change &c) {
-  if (c.kind == Change::kNew) table_->Insert({c.type, c.id});
+  if (c.kind == Change::kNew) table_.Insert({c.type, c.id});
   Apply(threads_, c);
   e.changes.push_back(c);
 }
@@ -270,7 +224,7 @@ void ThreadXLog::Track(Event &e) {
   if (e.type == 1 || e.type == 3) {  // a switch sweeps the running threads to ready, in table order
     if (!known) Record(e, New(0, id, TaskValue(3)));
     if (e.type == 3 && known && status(id) != U(3, 2)) Record(e, Mod(0, id, 0, U(3, 2)));
-    for (const ObjectKey &key : e.type == 1 ? table_->Walk() : std::vector<ObjectKey>{})
+    for (const ObjectKey &key : e.type == 1 ? table_.Walk() : std::vector<ObjectKey>{})
       if (status(key.second) == U(3, 2) && (known || key.second != id)) Record(e, Mod(0, key.second, 0, U(0, 2)));
     if (e.type == 1 && known) Record(e, Mod(0, id, 0, U(3, 2)));
     return;

@@ -9,9 +9,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <algorithm>
 #include <map>
-#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,50 @@ Script GenerateScript(Random &random, size_t count);
 // payload and creates it with that 4-byte value.
 Script CountingScript(size_t count, uint64_t first = 10, uint64_t step = 10);
 
+// A table of object keys as the library keeps one (adt_hash.h): chains in
+// ascending buckets, new keys at the tail of their chain; more keys than
+// twice the buckets grow it to the first size not below the count, each key
+// in walk order pushed on the head of its new chain; a clone has the size
+// that fits its source and the source's keys in walk order.
+class Table {
+ public:
+  explicit Table(size_t keys = 0) : chains_(Buckets(keys)) {}
+  void Insert(const ObjectKey &key) {
+    chains_[Hash(key) % chains_.size()].push_back(key);
+    if (++size_ <= 2 * chains_.size()) return;
+    std::vector<std::vector<ObjectKey>> grown(Buckets(size_));
+    for (const ObjectKey &k : Walk()) grown[Hash(k) % grown.size()].insert(grown[Hash(k) % grown.size()].begin(), k);
+    chains_ = std::move(grown);
+  }
+  void Erase(const ObjectKey &key) {
+    auto &chain = chains_[Hash(key) % chains_.size()];
+    const auto at = std::find(chain.begin(), chain.end(), key);
+    if (at != chain.end()) chain.erase(at), size_--;
+  }
+  std::vector<ObjectKey> Walk() const {
+    std::vector<ObjectKey> keys;
+    for (const auto &chain : chains_) keys.insert(keys.end(), chain.begin(), chain.end());
+    return keys;
+  }
+  Table Clone() const {
+    Table clone(size_);
+    for (const ObjectKey &key : Walk()) clone.Insert(key);
+    return clone;
+  }
+
+ private:
+  static uint32_t Hash(const ObjectKey &key) {  // the id's outer bytes exchanged, exclusive-or the type
+    return ((key.second << 24) | (key.second & 0x00FFFF00u) | (key.second >> 24)) ^ key.first;
+  }
+  static size_t Buckets(size_t keys) {
+    for (size_t size : {29, 59, 127, 257, 521, 1049, 2099, 4201, 8419, 16843, 33703, 67409, 134837})
+      if (size >= keys) return size;
+    throw std::logic_error("the model's tables hold at most 134837 objects");
+  }
+  std::vector<std::vector<ObjectKey>> chains_;
+  size_t size_ = 0;
+};
+
 struct DatabaseFiles {
   std::string kqv, kqs, kqi;
   bool operator==(const DatabaseFiles &) const = default;
@@ -98,11 +143,10 @@ std::string TaskValue(std::optional<uint16_t> status, std::optional<uint32_t> pr
 // with the tracker's changes out; no byte beyond a payload is read.
 class ThreadXLog {
  public:
-  explicit ThreadXLog(bool bigEndian);
+  explicit ThreadXLog(bool bigEndian) : big_(bigEndian) {}
   ThreadXLog(bool bigEndian, const Script &records) : ThreadXLog(bigEndian) {
     for (const Event &r : records) Add(r.time, r.type, r.subtype, r.payload);
   }
-  ~ThreadXLog();
   void Add(uint64_t time, uint16_t type, uint16_t subtype, const std::string &payload);
   const Script &script() const { return script_; }
   DatabaseFiles Files(uint32_t hz) const { return Render(script_, {hz, "threadx", big_}); }
@@ -113,7 +157,7 @@ class ThreadXLog {
   bool big_;
   Script script_;
   State threads_;
-  std::unique_ptr<class Table> table_;  // the threads in the tracker's table order
+  Table table_;  // the threads in the tracker's table order
 };
 
 }  // namespace testsupport

@@ -14,16 +14,13 @@ namespace {
 // carrying over the low word; `log` receives what the conversion should send.
 Corefile Mixed(Endian order, size_t count, uint32_t slots, uint32_t start, ThreadXLog &log) {
   Corefile core = Corefile::V2(order, slots * 32).Start(start * 32).TimerHz(32768);
-  const struct {
-    const char *name;
-    uint32_t id, priority;
-    uint8_t valid;
-  } threads[] = {{"main", 0x20001000, 8, 1}, {"sensor", 0x20002000, 12, 1}, {"retired", 0x20003000, 4, 0},
-                 {"name_with_exactly_thirty_one_ch", 0x20004000, 3, 1}, {"sensor_v2", 0x20002000, 14, 1},
-                 {"a_name_longer_than_the_field_of_34", 0x20005000, 1, 1}, {"", 0x20006000, 30, 1}};
-  for (const auto &t : threads) {
-    core.Thread(t.name, t.id, t.priority, t.valid);
-    if (t.valid) log.Add(0, 6, 10, core.Words({t.id, t.priority}) + (std::string(t.name) + std::string(31, '\0')).substr(0, 31));
+  const std::tuple<const char *, uint32_t, uint32_t, uint8_t> threads[] = {
+      {"main", 0x20001000, 8, 1}, {"sensor", 0x20002000, 12, 1}, {"retired", 0x20003000, 4, 0},
+      {"name_with_exactly_thirty_one_ch", 0x20004000, 3, 1}, {"sensor_v2", 0x20002000, 14, 1},
+      {"a_name_longer_than_the_field_of_34", 0x20005000, 1, 1}, {"", 0x20006000, 30, 1}};
+  for (const auto &[name, id, priority, valid] : threads) {
+    core.Thread(name, id, priority, valid);
+    if (valid) log.Add(0, 6, 10, core.Words({id, priority}) + (std::string(name) + std::string(31, '\0')).substr(0, 31));
   }
   const uint32_t known[] = {0x20001000, 0x20002000, 0x20004000, 0x20005000, 0x20006000, 0x30000001, 0x30000002, 0x30000003};
   const uint16_t types[] = {1, 1, 1, 3, 3, 2, 4, 5, 7, 5, 1, 3, 5};  // 10 to 12: the first of a new thread, in its event

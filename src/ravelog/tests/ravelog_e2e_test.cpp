@@ -135,25 +135,24 @@ TEST(Version2, CutAndMalformedLogsEndInOneFatalMessage) {
   const std::string worked = Worked(Endian::kBig).Bytes(), kRing = "ravelog: fatal: Bad event pool size ";
   const std::string kPointer = "ravelog: fatal: Bad current event pointer 0x00", kMultiple = " is not a positive multiple of 32 bytes.\n";
   const std::string kSlot = " in core file.  It is not an event slot of the pool of ";
-  const struct {
-    std::string bytes, err;
-    int threads;  // the database as it stood, with this many thread records; -1: none
-  } rows[] = {{worked.substr(0, 3), "ravelog: fatal: Error reading short from corefile.\n", -1},
-              {worked.substr(0, 6), "ravelog: fatal: Error reading int4 from corefile.\n", -1},
-              {worked.substr(0, 58), "ravelog: fatal: Error reading char from corefile.\n", 0},
-              {worked.substr(0, 68), kPoolRead, 1},
-              {Corefile::V2(Endian::kBig, 0).Bytes(), kPoolRead, 0},
-              {Corefile::V2(Endian::kLittle, 64).Evps(0x80000000u).Trailer(std::string(64, '\0')).Bytes(), kPoolRead, 0},
-              {Corefile::V2(Endian::kBig, 40).Bytes(), kRing + "40 in core file.  It" + kMultiple + kVerify, 0},
-              {Corefile::V2(Endian::kBig, 48).Bytes(), kRing + "48 in core file.  It" + kMultiple + kVerify, 0},
-              {Corefile::V2(Endian::kLittle, 96).Start(8).Bytes(), kPointer + "100008" + kSlot + "96 bytes at 0x00100000.\n" + kVerify, 0},
-              {Corefile::V2(Endian::kLittle, 64).Start(64).Bytes(), kPointer + "100040" + kSlot + "64 bytes at 0x00100000.\n" + kVerify, 0},
-              {Corefile::V2(Endian::kBig, 96).Location(0x40).Pointer(0x20).Bytes(),
+  // The log, the message, and the database as it stood with this many thread records (-1: none).
+  const std::tuple<std::string, std::string, int> rows[] = {
+      {worked.substr(0, 3), "ravelog: fatal: Error reading short from corefile.\n", -1},
+      {worked.substr(0, 6), "ravelog: fatal: Error reading int4 from corefile.\n", -1},
+      {worked.substr(0, 58), "ravelog: fatal: Error reading char from corefile.\n", 0},
+      {worked.substr(0, 68), kPoolRead, 1},
+      {Corefile::V2(Endian::kBig, 0).Bytes(), kPoolRead, 0},
+      {Corefile::V2(Endian::kLittle, 64).Evps(0x80000000u).Trailer(std::string(64, '\0')).Bytes(), kPoolRead, 0},
+      {Corefile::V2(Endian::kBig, 40).Bytes(), kRing + "40 in core file.  It" + kMultiple + kVerify, 0},
+      {Corefile::V2(Endian::kBig, 48).Bytes(), kRing + "48 in core file.  It" + kMultiple + kVerify, 0},
+      {Corefile::V2(Endian::kLittle, 96).Start(8).Bytes(), kPointer + "100008" + kSlot + "96 bytes at 0x00100000.\n" + kVerify, 0},
+      {Corefile::V2(Endian::kLittle, 64).Start(64).Bytes(), kPointer + "100040" + kSlot + "64 bytes at 0x00100000.\n" + kVerify, 0},
+      {Corefile::V2(Endian::kBig, 96).Location(0x40).Pointer(0x20).Bytes(),
                kPointer + "000020" + kSlot + "96 bytes at 0x00000040.\n" + kVerify, 0}};
-  for (const auto &row : rows) {
-    ThreadXLog log(row.bytes[0] == 0);
-    if (row.threads == 1) log.Add(0, 6, 10, Word(0x1234, true) + Word(10, true) + "main" + std::string(27, '\0'));
-    ExpectConversion(row.bytes, false, {"", row.err, 1, row.threads < 0 ? std::nullopt : std::optional(log.Files(1000))});
+  for (const auto &[bytes, err, threads] : rows) {
+    ThreadXLog log(bytes[0] == 0);
+    if (threads == 1) log.Add(0, 6, 10, Word(0x1234, true) + Word(10, true) + "main" + std::string(27, '\0'));
+    ExpectConversion(bytes, false, {"", err, 1, threads < 0 ? std::nullopt : std::optional(log.Files(1000))});
   }
   // A name field or a thread id cut short: the read is shown before the fatal line.
   for (const auto &[cut, shown] : {std::pair{57, "rv is 33, errno is 0\nbuffer is 0x[0-9a-f]+, length is 34\n"},
@@ -200,7 +199,7 @@ TEST(Samples, AreTheGeneratorsAndConvertWithoutAComplaint) {
   TempDir dir;
   for (const auto &[name, bytes] : ExampleDumps()) {
     const std::string path = SourceDir() + "/examples/" + name;
-    EXPECT_TRUE(ReadFileBytes(path) == bytes) << name << " differs from the generator; run make_examples examples";
+    EXPECT_TRUE(ReadFileBytes(path) == bytes) << path << " differs from the generator; run make_examples examples";
     const ProcessResult run = Ravelog({path, dir.file(name)});
     EXPECT_EQ(run.out + run.err + std::to_string(run.status), "0") << name;
   }

@@ -47,20 +47,18 @@ std::string SizeAndHash(const std::string &bytes) {
 }
 
 TEST(FastConversion, GivesTheFilesOfThePlainWriterByteForByte) {
-  const struct {
-    DumpShape shape;
-    const char *files;  // as the writer before the speed-ups wrote them
-  } rows[] = {{{150, 8, true}, "41 26c77b965c0984aa, 8237 60e2f8695f300fc9, 47 6ee65733433f93c3"},
-              {{30000, 8, false}, "41 33765ec0d958ef0d, 1492323 7e2bfaaa1c121ffa, 3934 4e00e1db669248e8"},
-              {{40000, 64, true}, "41 26c77b965c0984aa, 4051411 d5d71f91d1448450, 5234 c9185931b36111f2"},  // pool mapped
-              {{9000, 64, false}, "41 33765ec0d958ef0d, 918911 02fcce02e29aa5c6, 1204 819be04fae33446c"}};
-  for (const auto &row : rows) {
+  const std::pair<DumpShape, const char *> rows[] = {  // the files as the writer before the speed-ups wrote them
+      {{150, 8, true}, "41 26c77b965c0984aa, 8237 60e2f8695f300fc9, 47 6ee65733433f93c3"},
+      {{30000, 8, false}, "41 33765ec0d958ef0d, 1492323 7e2bfaaa1c121ffa, 3934 4e00e1db669248e8"},
+      {{40000, 64, true}, "41 26c77b965c0984aa, 4051411 d5d71f91d1448450, 5234 c9185931b36111f2"},  // pool mapped
+      {{9000, 64, false}, "41 33765ec0d958ef0d, 918911 02fcce02e29aa5c6, 1204 819be04fae33446c"}};
+  for (const auto &[shape, files] : rows) {
     TempDir dir;
-    ASSERT_TRUE(WriteSimulatedDump(dir.file("core"), row.shape));
+    ASSERT_TRUE(WriteSimulatedDump(dir.file("core"), shape));
     ASSERT_EQ(Convert(dir.file("core"), dir.file("fast"), false) + Convert(dir.file("core"), dir.file("plain"), true), 0);
     const DatabaseFiles fast = ReadDatabase(dir.file("fast")), plain = ReadDatabase(dir.file("plain"));
-    EXPECT_TRUE(fast == plain) << row.files;
-    EXPECT_EQ(SizeAndHash(plain.kqv) + ", " + SizeAndHash(plain.kqs) + ", " + SizeAndHash(plain.kqi), row.files);
+    EXPECT_TRUE(fast == plain) << files;
+    EXPECT_EQ(SizeAndHash(plain.kqv) + ", " + SizeAndHash(plain.kqs) + ", " + SizeAndHash(plain.kqi), files);
   }
 }
 

@@ -28,9 +28,7 @@ inline const std::string kEventsHeading =
     "---------- ------------------------------------- -------- -------------------\n";
 
 inline std::string SourceDir() {  // the source tree, from the environment ctest gives every test
-  const char *dir = getenv("RAVELOG_SOURCE_DIR");
-  EXPECT_NE(dir, nullptr) << "run through ctest, which sets RAVELOG_SOURCE_DIR";
-  return dir != nullptr ? dir : ".";
+  return getenv("RAVELOG_SOURCE_DIR") != nullptr ? getenv("RAVELOG_SOURCE_DIR") : "(RAVELOG_SOURCE_DIR unset)";
 }
 
 inline ProcessResult Ravelog(std::vector<std::string> args, const std::string &cwd = "") {

@@ -46,36 +46,29 @@ TEST_F(Describe, NumbersComeInHostOrderOnlyWhenKnownAndTheBufferFits) {
   const uint32_t priority = 0xA1B2C3D4;
   EXPECT_EQ(Read(0x10, 0, 2), ToHex(std::string(reinterpret_cast<const char *>(&status), 2)));
   EXPECT_EQ(Read(0x10, 1, 4), ToHex(std::string(reinterpret_cast<const char *>(&priority), 4)));
-  const struct {
-    uint32_t id;
-    int32_t field;
-    uint32_t size;
-    uint16_t type;
-    const char *answer;
-  } rows[] = {{0x10, 0, 1, 0, "1 unknown"}, {0x10, 1, 3, 0, "1 unknown"}, {0x11, 1, 8, 0, "1 unknown"},
-              {0x10, 2, 8, 0, "1 unknown"}, {0x10, 3, 8, 0, "1 unknown"}, {0x10, -1, 8, 0, "1 unknown"},
-              {0x12, 0, 8, 0, "1 unknown"}, {0x13, 0, 8, 0, "0 unknown"}, {0x10, 0, 8, 2, "0 unknown"}};
-  for (const auto &row : rows) EXPECT_EQ(Read(row.id, row.field, row.size, row.type), row.answer) << row.id << " " << row.field;
+  const std::tuple<uint32_t, int32_t, uint32_t, uint16_t, const char *> rows[] = {
+      {0x10, 0, 1, 0, "1 unknown"}, {0x10, 1, 3, 0, "1 unknown"}, {0x11, 1, 8, 0, "1 unknown"},
+      {0x10, 2, 8, 0, "1 unknown"}, {0x10, 3, 8, 0, "1 unknown"}, {0x10, -1, 8, 0, "1 unknown"},
+      {0x12, 0, 8, 0, "1 unknown"}, {0x13, 0, 8, 0, "0 unknown"}, {0x10, 0, 8, 2, "0 unknown"}};
+  for (const auto &[id, field, size, type, answer] : rows) EXPECT_EQ(Read(id, field, size, type), answer) << id << " " << field;
 }
 
 TEST_F(Describe, TheNameTextOfEachFormatVersionIsCutToTheRoomLeft) {
   const std::string n31(31, 'n'), s31(31, 's');
   std::string stale = TaskValue({}, {}, "worker", "stale");
   stale[72] = 0;  // a second name not known isn't read
-  uint32_t id = 1;  // a second name alone is no name; an empty one gets no separator; no NUL in either field
+  uint32_t next = 1;  // a second name alone is no name; an empty one gets no separator; no NUL in either field
   for (const std::string &value : {TaskValue({}, {}, "worker", "cpu_1"), TaskValue({}, {}, "worker"), TaskValue({}, {}, {}, "cpu1"),
                                    TaskValue({}, {}, "worker", ""), stale, TaskValue({}, {}, n31, s31)})
-    Put(id++, value);
-  const struct {
-    uint32_t version, id, size;
-    std::string text;
-  } rows[] = {{3, 1, 64, "cpu_1:worker"}, {3, 2, 64, "worker"}, {3, 3, 64, "1 unknown"}, {3, 4, 64, "worker"},
-              {3, 5, 64, "worker"},       {3, 1, 1, ""},        {3, 1, 2, "c"},          {3, 1, 6, "cpu_1"},
-              {3, 1, 7, "cpu_1:"},        {3, 1, 8, "cpu_1:w"}, {3, 1, 13, "cpu_1:worker"}, {9, 6, 200, s31 + ":" + n31},
-              {2, 1, 64, "worker"},       {2, 1, 4, "wor"},     {0, 1, 1, ""},           {1, 6, 64, n31}};
-  for (const auto &row : rows) {
-    db_->formatVersion = row.version;
-    EXPECT_EQ(Read(row.id, 2, row.size), row.text) << "version " << row.version << " id " << row.id << " size " << row.size;
+    Put(next++, value);
+  const std::tuple<uint32_t, uint32_t, uint32_t, std::string> rows[] = {  // version, id, size, text
+      {3, 1, 64, "cpu_1:worker"}, {3, 2, 64, "worker"}, {3, 3, 64, "1 unknown"}, {3, 4, 64, "worker"},
+      {3, 5, 64, "worker"},       {3, 1, 1, ""},        {3, 1, 2, "c"},          {3, 1, 6, "cpu_1"},
+      {3, 1, 7, "cpu_1:"},        {3, 1, 8, "cpu_1:w"}, {3, 1, 13, "cpu_1:worker"}, {9, 6, 200, s31 + ":" + n31},
+      {2, 1, 64, "worker"},       {2, 1, 4, "wor"},     {0, 1, 1, ""},           {1, 6, 64, n31}};
+  for (const auto &[version, id, size, text] : rows) {
+    db_->formatVersion = version;
+    EXPECT_EQ(Read(id, 2, size), text) << "version " << version << " id " << id << " size " << size;
   }
   char buffer[40];  // a null handle reads as the oldest version: the 31 bytes as they stand
   memset(buffer, '#', sizeof buffer);

@@ -78,14 +78,10 @@ TEST_F(Objects, ObjectsUsedInRandomRangesAreTheDefinitionsWithTheirValues) {
 Script History() {
   Script script;
   for (uint64_t k = 1; k <= 350; k++) script.emplace_back(10 * k, 4);
-  script[5].changes = {New(0, 1, "one")};
-  script[20].changes = {Del(0, 1)};
-  script[30].changes = {New(0, 2, "two")};
-  script[50].changes = {Del(0, 2)};
-  script[60].changes = {New(0, 3, "three"), Mod(0, 3, 0, "T")};
-  script[150].changes = {New(0, 4, "four")};
-  script[250].changes = {New(3, 5, "five")};
-  script[320].changes = {New(0, 6, "six")};
+  for (const auto &[at, change] : {std::pair{5, New(0, 1, "one")}, {20, Del(0, 1)}, {30, New(0, 2, "two")}, {50, Del(0, 2)},
+                                   {60, New(0, 3, "three")}, {60, Mod(0, 3, 0, "T")}, {150, New(0, 4, "four")},
+                                   {250, New(3, 5, "five")}, {320, New(0, 6, "six")}})
+    script[at].changes.push_back(change);
   return script;
 }
 

@@ -28,21 +28,19 @@ class Reading : public ReadingTest {
 
 TEST_F(Reading, EveryFormatVersionOpensWithItsEventsPerBlockAndRefusalsSayNothing) {
   DatabaseFiles files = Render(CountingScript(250));  // counted: the last block walked, eventsPerBlock for each before
-  const struct {
-    const char *fields;  // version, ticks, name, order, events per block
-    uint64_t version, perBlock, bigEndian;
-    const char *seen;
-  } rows[] = {{"00 000003E8 00000002 \"ab\" 00", 0, 100, 0, "250 [10, 2501)"},
-              {"01 000003E8 00000002 \"ab\" 01 00000032", 1, 100, 1, "250 [10, 2501)"},  // no such field yet
-              {"02 000003E8 00000002 \"ab\" 05 00000032", 2, 50, 1, "150 [10, 2501)"},
-              {"09 000003E8 00000002 \"ab\" 00 00000019", 9, 25, 0, "100 [10, 2501)"}};
-  for (const auto &row : rows) {
-    files.kqv = GFileHeader(6) + HexBytes(row.fields);
+  // .kqv fields (version, ticks, name, order, events per block), what they say, and the count and extent.
+  const std::tuple<const char *, uint64_t, uint64_t, uint64_t, const char *> rows[] = {
+      {"00 000003E8 00000002 \"ab\" 00", 0, 100, 0, "250 [10, 2501)"},
+      {"01 000003E8 00000002 \"ab\" 01 00000032", 1, 100, 1, "250 [10, 2501)"},  // no such field yet
+      {"02 000003E8 00000002 \"ab\" 05 00000032", 2, 50, 1, "150 [10, 2501)"},
+      {"09 000003E8 00000002 \"ab\" 00 00000019", 9, 25, 0, "100 [10, 2501)"}};
+  for (const auto &[fields, version, perBlock, bigEndian, seen] : rows) {
+    files.kqv = GFileHeader(6) + HexBytes(fields);
     Write(files);
-    ASSERT_NE(Reopen(), nullptr) << row.fields;
+    ASSERT_NE(Reopen(), nullptr) << fields;
     EXPECT_EQ(std::vector<uint64_t>({db_->formatVersion, db_->eventsPerBlock, uint64_t(kq_IsBigEndian(db_)), kq_GetNumTicksPerSecond(db_)}),
-              std::vector<uint64_t>({row.version, row.perBlock, row.bigEndian, 1000}));
-    EXPECT_EQ(std::string(kq_GetNameOfConfigFile(db_)) + " " + Seen(), std::string("ab ") + row.seen);
+              std::vector<uint64_t>({version, perBlock, bigEndian, 1000}));
+    EXPECT_EQ(std::string(kq_GetNameOfConfigFile(db_)) + " " + Seen(), std::string("ab ") + seen);
   }
   kq_DB *db = kq_OpenKqsForUse((Base() + "WXYZ").c_str());  // the last four characters go, unseen
   EXPECT_TRUE(db != nullptr && !kq_OpenKqsForUse("abc") && !kq_OpenKqsForUse(nullptr) && !kq_OpenForUse(nullptr));
@@ -61,17 +59,14 @@ TEST_F(Reading, TheIndexTakesWholeEntriesAtOpeningAndAtRefresh) {
   DatabaseFiles files = Render(CountingScript(5));
   const std::string e0 = HexBytes("01 0000000000000005 00000014"), e1 = HexBytes("01 0000000000000009 00000040"),
                     e2 = HexBytes("01 000000000000000B 00000060"), end = HexBytes("00");
-  const struct {
-    std::string body;
-    int entries;  // -1: refused
-    uint32_t lastIndexTag;
-  } rows[] = {{end, 0, 20}, {e0 + e1 + end, 2, 46}, {e0 + "\x02" + e1.substr(1) + end, -1, 0}, {e0 + e1, -1, 0},  // a wrong tag, no end
-              {e0 + e1.substr(0, 9), 1, 33}, {e0 + "\x01", 1, 33}, {"", -1, 0}};  // an entry cut, a tag alone, nothing
-  for (const auto &row : rows) {
-    files.kqi = GFileHeader(5) + row.body;
+  const std::tuple<std::string, int, uint32_t> rows[] = {
+      {end, 0, 20}, {e0 + e1 + end, 2, 46}, {e0 + "\x02" + e1.substr(1) + end, -1, 0}, {e0 + e1, -1, 0},  // a wrong tag, no end
+      {e0 + e1.substr(0, 9), 1, 33}, {e0 + "\x01", 1, 33}, {"", -1, 0}};  // an entry cut, a tag alone, nothing
+  for (const auto &[body, entries, lastIndexTag] : rows) {  // entries -1: refused
+    files.kqi = GFileHeader(5) + body;
     Write(files);
-    ASSERT_EQ(Reopen() == nullptr, row.entries < 0) << ToHex(row.body);
-    EXPECT_TRUE(!db_ || (db_->numTimePos == uint32_t(row.entries) && db_->lastIndexTag == row.lastIndexTag)) << ToHex(row.body);
+    ASSERT_EQ(Reopen() == nullptr, entries < 0) << ToHex(body);
+    EXPECT_TRUE(!db_ || (db_->numTimePos == uint32_t(entries) && db_->lastIndexTag == lastIndexTag)) << ToHex(body);
   }
   Write({files.kqv, files.kqs, GFileHeader(5) + e0 + end});
   ASSERT_NE(Reopen(), nullptr);
@@ -90,17 +85,15 @@ TEST_F(Reading, ExtentCountAndMoreEventsFollowTheWriterFromNoEventOn) {
   const Script script = CountingScript(250, 70, 10);
   ScriptWriter writer(Base(), script);
   ASSERT_NE(Reopen(), nullptr);
-  const struct {  // more: 1 before the first refresh; the start: the index's before the refresh
-    size_t add;
-    int more;
-    const char *seen;
-  } steps[] = {{0, 1, "0 [0, 1)"},       {1, 1, "1 [0, 71)"},       {0, 0, "1 [70, 71)"},     {49, 1, "50 [70, 561)"},
-               {50, 1, "100 [70, 1061)"}, {1, 1, "101 [70, 1071)"}, {0, 0, "101 [70, 1071)"}, {149, 1, "250 [70, 2561)"}};
-  for (const auto &step : steps) {
-    ASSERT_TRUE(writer.Add(step.add));
-    EXPECT_EQ(kq_MoreEvents(db_), step.more) << step.seen;
-    EXPECT_EQ(Seen(), step.seen);
-    EXPECT_EQ(kq_MoreEvents(db_), 0) << step.seen;
+  // Events added, the test for more (1 before the first refresh), and what is seen (the start: the index's before the refresh).
+  const std::tuple<size_t, int, const char *> steps[] = {
+      {0, 1, "0 [0, 1)"},       {1, 1, "1 [0, 71)"},       {0, 0, "1 [70, 71)"},     {49, 1, "50 [70, 561)"},
+      {50, 1, "100 [70, 1061)"}, {1, 1, "101 [70, 1071)"}, {0, 0, "101 [70, 1071)"}, {149, 1, "250 [70, 2561)"}};
+  for (const auto &[add, more, seen] : steps) {
+    ASSERT_TRUE(writer.Add(add));
+    EXPECT_EQ(kq_MoreEvents(db_), more) << seen;
+    EXPECT_EQ(Seen(), seen);
+    EXPECT_EQ(kq_MoreEvents(db_), 0) << seen;
   }
   DatabaseFiles files = Render(CountingScript(250));
   files.kqi = files.kqi.substr(0, 33) + HexBytes("00");  // the index shows block 0 only: the count walks on
