@@ -1,57 +1,79 @@
-// Test vocabulary for code that speaks through the foundation's hooks: runs a
-// piece of code with gen_exit turned into an exception, and captures what it
-// printed on standard output and standard error, so a test can check exact
-// messages and exit statuses without ending the test process.
+// Runs code with the foundation's gen_exit turned into an exception and what
+// it prints on standard output and standard error captured, so that a test
+// checks exact messages and exit statuses without ending its process.
 #ifndef RAVELOG_TEST_SUPPORT_GEN_CAPTURE_H
 #define RAVELOG_TEST_SUPPORT_GEN_CAPTURE_H
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
+#include <utility>
+
+#include "indgen_string.h"
+#include "indgeninit.h"
 
 namespace testsupport {
 
-// Thrown by the capturing gen_exit in place of ending the process.
-struct GenExitCalled {
+struct GenExitCalled {  // thrown by the capturing gen_exit
   int status;
 };
 
-// What a captured run printed and how it ended.
 struct Captured {
-  std::string out;       // standard output
-  std::string err;       // standard error
-  bool exited = false;   // gen_exit was called
-  int status = 0;        // its status, when exited
+  std::string out, err;  // standard output and error
+  bool exited = false;   // gen_exit was called, with
+  int status = 0;
 };
 
-// Runs body with gen_exit replaced and both output streams captured.  The
-// hooks are restored afterwards, also when body throws something else.
-Captured RunCapturing(const std::function<void()> &body);
-
-// While alive, gen_exit throws GenExitCalled; the old hook comes back at
-// destruction.
+// While alive, gen_exit throws GenExitCalled.
 class ScopedThrowingExit {
  public:
-  ScopedThrowingExit();
-  ~ScopedThrowingExit();
+  ScopedThrowingExit() : saved_(gen_exit) { gen_exit = [](int status) { throw GenExitCalled{status}; }; }
+  ~ScopedThrowingExit() { gen_exit = saved_; }
   ScopedThrowingExit(const ScopedThrowingExit &) = delete;
-  ScopedThrowingExit &operator=(const ScopedThrowingExit &) = delete;
 
  private:
   void (*saved_)(int);
 };
 
-// Sets the program name used in messages for the lifetime of the object
-// (null for none) and restores the previous one.
+// While alive, messages name this program (null: none).
 class ScopedProgName {
  public:
-  explicit ScopedProgName(const char *name);
-  ~ScopedProgName();
+  explicit ScopedProgName(const char *name) : saved_(gen_progname) { gen_progname = gen_copy(name); }
+  ~ScopedProgName() { gen_free(std::exchange(gen_progname, saved_)); }
   ScopedProgName(const ScopedProgName &) = delete;
-  ScopedProgName &operator=(const ScopedProgName &) = delete;
 
  private:
   char *saved_;
 };
+
+// Runs body with gen_exit replaced and both streams captured; the hooks come
+// back afterwards, also when body throws something else.
+inline Captured RunCapturing(const std::function<void()> &body) {
+  Captured result;
+  ScopedThrowingExit exitHook;
+  fflush(stdout);
+  fflush(stderr);
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  auto collect = [&result] {
+    fflush(stdout);
+    fflush(stderr);
+    result.err = testing::internal::GetCapturedStderr();
+    result.out = testing::internal::GetCapturedStdout();
+  };
+  try {
+    body();
+  } catch (const GenExitCalled &called) {
+    result.exited = true;
+    result.status = called.status;
+  } catch (...) {
+    collect();
+    throw;
+  }
+  collect();
+  return result;
+}
 
 }  // namespace testsupport
 

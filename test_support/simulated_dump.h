@@ -1,27 +1,27 @@
-// Large version 2 dumps for tests of whole conversions: a simulated ThreadX
-// system whose running thread makes service calls, takes interrupts (each
-// ended by the next slot), logs user events and timer ticks, while threads
-// change status and context switches hand the processor on.  Times rise by
-// 1 to 40 ticks a slot and cross a low-word boundary early; the ring has
-// wrapped, its oldest event a third of the way into the pool.  A fixed seed
-// per shape makes every build write the same bytes, so expected results
-// can be pinned.
+// The one simulation of a ThreadX system behind the tests' large dumps, the
+// benchmarks' and the samples in examples/ (make_examples writes them, a test
+// holds the committed ones to them): service calls, interrupts, user events,
+// timer ticks, status changes and context switches, times rising across a
+// low word.  A fixed seed per thread count gives the same events on every build.
 #ifndef RAVELOG_TEST_SUPPORT_SIMULATED_DUMP_H
 #define RAVELOG_TEST_SUPPORT_SIMULATED_DUMP_H
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace testsupport {
 
+// A version 2 dump whose pool holds exactly `events` slots, the ring wrapped
+// with its oldest event a third of the way in, and `threads` valid threads.
 struct DumpShape {
-  uint32_t events = 0;   // full slots; the pool holds exactly these
-  uint32_t threads = 0;  // valid thread list entries, ids 0x20001000 + k * 0x1C0
+  uint32_t events = 0, threads = 0;
   bool bigEndian = true;
 };
-
-// Writes the dump to path; false when the file can't be written.
-bool WriteSimulatedDump(const std::string &path, const DumpShape &shape);
+bool WriteSimulatedDump(const std::string &path, const DumpShape &shape);  // false when it can't be written
+// The samples: file name and bytes, version 2 and 1, each in both byte orders.
+std::vector<std::pair<std::string, std::string>> ExampleDumps();
 
 }  // namespace testsupport
 

@@ -271,21 +271,21 @@ TEST_F(KqvTest, TextOutputOfTheSampleIsPinned) {
             "Format version:    3\n"
             "Byte order:        big-endian\n"
             "Ticks per second:  1000000\n"
-            "Time extent:       0 .. 112554 ticks (0.000000000 .. 0.112554000 s)\n"
+            "Time extent:       0 .. 10287 ticks (0.000000000 .. 0.010287000 s)\n"
             "Events:            518\n"
             "Blocks:            6\n"
-            "Threads at end:    6\n");
+            "Threads at end:    7\n");
   EXPECT_EQ(Kqv({"events", "--first", "100", "--count", "2", "--changes", base}).out,
-            "     100        21676 0.021676000  Status Change                      0x20002480 "
-            "net_rx               20002480 0000000a 00000000 00000000 00000000\n"
-            "        mod Task 0x20002480 +0 0000\n"
-            "     101        21979 0.021979000  TaskChange                         0x200029c0 "
-            "idle                 200029c0 0000001f 00000000 00000000 00000000\n"
-            "        mod Task 0x200029c0 +0 0003\n");
-  const std::vector<std::string> state = Lines(Kqv({"state", "--at", "50ms", base}).out);
-  ASSERT_EQ(state.size(), 7u);
+            "     100         1871 0.001871000  Status Change                      0x20001700 "
+            "logger_with_a_rather_long_threa 20001700 00000005 00000000 00000000 00000000\n"
+            "     101         1898 0.001898000  TaskChange                         0x20001000 "
+            "System Timer Thread  20001000 00000000 00000000 00000000 00000000\n"
+            "        mod Task 0x200011c0 +0 0000\n"
+            "        mod Task 0x20001000 +0 0003\n");
+  const std::vector<std::string> state = Lines(Kqv({"state", "--at", "5ms", base}).out);
+  ASSERT_EQ(state.size(), 8u);
   EXPECT_EQ(state[0], "Type   Id          Name                            Status               Priority");
-  EXPECT_EQ(state[5], "Task   0x20002640  logger_with_a_rather_long_threa TX_READY             20");
+  EXPECT_EQ(state[5], "Task   0x20001700  logger_with_a_rather_long_threa TX_MUTEX_SUSP        5");
 }
 
 // ---- The command line ---------------------------------------------------------------------------
@@ -394,14 +394,16 @@ TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
     kq_Close(db);
     testsupport::Random random(end);
     for (int i = 0; i < 12; i++) {
-      const uint64_t at = start + random.Below(static_cast<uint32_t>(end - start));
+      // The state at T is the one just before the events at T: the stretch
+      // that ends at T or goes on past it.
+      const uint64_t at = start + 1 + random.Below(static_cast<uint32_t>(end - start));
       for (const std::string &line :
            Lines(Kqv({"state", "--json", "--at", std::to_string(at), base}).out)) {
         const auto id = static_cast<uint32_t>(Number(line, "id"));
         const std::string status = Field(line, "status");
         std::vector<std::string> covering;
         for (const CsvRow &row : rows) {
-          if (row.thread == id && row.start <= at && at < row.end) covering.push_back(row.status);
+          if (row.thread == id && row.start < at && at <= row.end) covering.push_back(row.status);
         }
         ASSERT_EQ(covering.size(), 1u) << id << " at " << at;
         EXPECT_EQ("\"" + covering[0] + "\"", status == "null" ? "\"unknown\"" : status);

@@ -1,4 +1,4 @@
-// Test vocabulary for the decoders: runs one on a corefile's bytes in this
+// Test vocabulary for the trace buffer decoder: runs it on a corefile's bytes in this
 // process, with the database points replaced by a recorder and gen_exit by
 // an exception, and keeps what was handed over at each point.
 #ifndef RAVELOG_TESTS_DECODE_FIXTURE_H
@@ -20,18 +20,14 @@ struct Call {
   std::string point;  // "open", "thread", "event", "close"
   uint32_t high = 0, low = 0, typeWord = 0;
   std::string bytes = {};  // thread record, or event payload (its length is the length handed over)
-  std::string name = {};   // open: KQfile
-  int32_t ticks = 0;
-  int bigEndian = -1;
+  int32_t ticks = 0;        // open: ticks per second
 };
 
 inline std::vector<Call> *recording = nullptr;
 
-inline void RecordOpen(const char *KQfile, int32_t ticks, uint8_t bigEndian) {
+inline void RecordOpen(const char *, int32_t ticks, uint8_t) {
   Call call{"open"};
-  call.name = KQfile;
   call.ticks = ticks;
-  call.bigEndian = bigEndian;
   recording->push_back(call);
 }
 inline void RecordThread(const unsigned char *record) {
@@ -65,22 +61,13 @@ class DecodeFixture : public testing::Test {
   }
 
   // Decodes bytes (a whole corefile; the stream starts at offset 2 and the
-  // byte order follows byte 0) with lastTimeStamp at 0:0.  The stream is
-  // over memory, or with from_file over a temporary regular file (where a
-  // large pool is mapped rather than read).
-  testsupport::Captured Decode(const std::string &bytes, bool with_debug = false,
-                               bool from_file = false) {
+  // byte order follows byte 0) with lastTimeStamp at 0:0.
+  testsupport::Captured Decode(const std::string &bytes, bool with_debug = false) {
     calls.clear();
     lastTimeStamp[0] = lastTimeStamp[1] = 0;
     debug = with_debug ? 1 : 0;
     std::string copy = bytes;
-    FILE *stream = nullptr;
-    if (from_file) {
-      stream = tmpfile();
-      if (stream != nullptr) fwrite(copy.data(), 1, copy.size(), stream);
-    } else {
-      stream = fmemopen(copy.data(), copy.size(), "rb");
-    }
+    FILE *stream = fmemopen(copy.data(), copy.size(), "rb");
     if (stream == nullptr) {
       ADD_FAILURE() << "no stream for the corefile";
       return {};

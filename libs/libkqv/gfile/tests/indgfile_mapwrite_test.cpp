@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "gen_capture.h"
-#include "hex_bytes.h"
+#include "database_model.h"  // HexBytes, ToHex
 #include "indgfile.h"
 #include "temp_dir.h"
 #include "test_random.h"

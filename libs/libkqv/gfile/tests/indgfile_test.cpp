@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "gen_capture.h"
-#include "hex_bytes.h"
+#include "database_model.h"  // HexBytes, ToHex
 #include "indgeninit.h"
 #include "temp_dir.h"
 
