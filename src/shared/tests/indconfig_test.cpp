@@ -1,8 +1,6 @@
-// Tests of source roots and configuration directories in a temporary tree:
-// list parsing, matching (near misses, first root wins, fake and alternate
-// roots, the viewpath's root), and the user, site and default directories
-// with HOME pointed at a temporary directory for the whole program (the
-// home directory is looked up once per process).
+// Tests of source roots (lists, near misses, first root wins, fake and
+// alternate roots, the viewpath's root) and of the configuration directories,
+// with HOME a temporary directory for the whole program (it is read once).
 #include "indconfig.h"
 
 #include <gtest/gtest.h>
@@ -74,7 +72,6 @@ TEST_F(ConfigTest, ListsSplitAtEachSeparatorAndTheWholeRootMustMatch) {
   char **roots = nullptr, **alts = nullptr;
   ASSERT_EQ(gen_sourceroot_getroots(&roots, &alts), 3);
   EXPECT_EQ(std::string(roots[2]) + (roots[3] ? "+" : "") + (alts[2] ? "+" : ""), base_ + "/a/b");
-  EXPECT_EQ(allow_fake_roots, 0);
   ASSERT_EQ(gen_chdir((base_ + "/a").c_str()), 0);
   // Root 0 comes before root 2; a relative name is seen from the current directory.
   for (const auto &[name, expected] :
@@ -84,10 +81,6 @@ TEST_F(ConfigTest, ListsSplitAtEachSeparatorAndTheWholeRootMustMatch) {
     EXPECT_EQ(Rel(name), expected) << name;
   EXPECT_EQ(gen_sourceroot_init("") + gen_sourceroot_init(nullptr), 0);  // both change nothing
   EXPECT_EQ(gen_sourceroot_getroots(nullptr, nullptr), 3);
-  gen_sourceroot_cleanup();
-  EXPECT_EQ(Rel("/x"), "(null)@-1");
-  char *caller_roots[] = {const_cast<char *>("/r"), nullptr};
-  EXPECT_EQ(Take(gen_get_relative(caller_roots, nullptr, 1, "/r/s", nullptr)), "s");
 }
 
 TEST_F(ConfigTest, DrivePrefixesFakeRootsAndAlternateSpellings) {
@@ -139,7 +132,6 @@ TEST_F(ConfigTest, UserSiteAndDefaultDirectoriesAndConfigFileNames) {
     EXPECT_EQ(Take(gen_searchfileinconfigdirs(name, R_OK, defaults_only, &error)), expected)
         << name << " " << defaults_only;
   EXPECT_EQ(error, nullptr);
-  EXPECT_EQ(Take(gen_searchfileinconfigdirs(dir.c_str(), F_OK, 0, nullptr)), "(null)");
 
   auto name = [&](int fallback, int override_dir) {
     return Take(gen_createconfigfilename(dir.c_str(), "view.txt", fallback, override_dir));
@@ -153,7 +145,6 @@ TEST_F(ConfigTest, UserSiteAndDefaultDirectoriesAndConfigFileNames) {
   EXPECT_EQ(name(1, 0), dir + "/tov.cfg");
   ASSERT_EQ(gen_chdir(dir.c_str()), 0);
   EXPECT_EQ(Take(gen_createconfigfilename("", "view.txt", 1, 1)), "override/view.cfg");  // seen from the cwd
-  EXPECT_EQ(Take(gen_createconfigfilename(nullptr, nullptr, 1, 1)), "tov.cfg");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
-// Tests of what the host layer adds to the system calls: the waiting of
-// gen_millisleep_or_select, the quiet flag of gen_systemex, the process
-// check, the failure result of the disk facts, and the environment's rule
-// that empty means missing.
+// Tests of what the host layer adds to the system calls: waiting for input,
+// quiet commands, process checks, disk facts, and empty variables as missing.
 #include "indgen_host.h"
 
 #include <gtest/gtest.h>

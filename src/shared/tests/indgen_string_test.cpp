@@ -1,7 +1,6 @@
-// Tests of the string layer: character classes at their edges, comparisons
-// and searches, the copy and join families with their null rules (each 'f'
-// function frees its first argument, which the sanitizer build checks), the
-// tokeniser, the template finder, source-text classes and the hash.
+// Tests of the string layer: classes at their edges, comparisons, searches,
+// the copy and join families with their null rules (an 'f' function frees its
+// first argument), the tokeniser, the template finder, text classes, the hash.
 #include "indgen_string.h"
 
 #include <gtest/gtest.h>
@@ -81,7 +80,8 @@ TEST(Compare, EqualityAndOrderFolded) {
 TEST(Compare, PrefixAndSuffix) {
   // s, p, n; strprefix, strprefixn, strcaseprefix, strcaseprefixn, strsuffix
   for (const auto &[s, p, n, prefix, prefixn, caseprefix, caseprefixn, suffix] :
-       {std::tuple{"abc", "", 0, 1, 1, 1, 1, 1}, {"abc", "ab", 2, 1, 1, 1, 1, 0}, {"abc", "aB", 2, 0, 0, 1, 1, 0},
+       {std::tuple{"abc", "", 0, 1, 1, 1, 1, 1}, {"abc", "ab", 2, 1, 1, 1, 1, 0},
+        {"abc", "aB", 2, 0, 0, 1, 1, 0},
         {"ab", "abc", 5, 0, 0, 0, 0, 0}, {"abc", "abX", 2, 0, 1, 0, 1, 0}, {"abc", "abX", 3, 0, 0, 0, 0, 0},
         {"abc", "ab", 5, 1, 1, 1, 1, 0}, {"xyz", "abc", 0, 0, 1, 0, 1, 0}, {"ABC", "abz", 2, 0, 0, 0, 1, 0},
         {"file.c", ".c", 0, 0, 1, 0, 1, 1}, {"file.c", ".C", 0, 0, 1, 0, 1, 0},
@@ -121,16 +121,19 @@ TEST(CopyAndJoin, NullAndEmptyRulesAndOwnership) {
                    {{nullptr, 3}, "<null>"}});
   Each(gen_fcopy, {{{old, old + 6}, "world"}, {{nullptr, "x"}, "x"}});
   Each(gen_fcopyn, {{{part, part + 1, 3}, "ell"}});
-  Each(gen_concat, {{{nullptr, nullptr}, "<null>"}, {{"", "b"}, "b"}, {{"a", nullptr}, "a"}, {{"a", "b"}, "ab"}});
+  Each(gen_concat,
+       {{{nullptr, nullptr}, "<null>"}, {{"", "b"}, "b"}, {{"a", nullptr}, "a"}, {{"a", "b"}, "ab"}});
   Each(gen_concatn, {{{"a", "bcd", 2}, "abc"}, {{"a", "bcd", 9}, "abcd"}, {{"a", "bcd", 0}, "a"},
                      {{nullptr, "bcd", 2}, "bc"}, {{"", "bcd", -1}, "<null>"}});
   Each(gen_concat3, {{{"a", nullptr, nullptr}, "a"}, {{nullptr, "b", "c"}, "bc"}, {{"a", nullptr, "c"}, "ac"},
-                     {{"a", "", "c"}, "ac"}, {{"a", "b", "c"}, "abc"}, {{nullptr, nullptr, nullptr}, "<null>"}});
+                     {{"a", "", "c"}, "ac"}, {{"a", "b", "c"}, "abc"},
+                     {{nullptr, nullptr, nullptr}, "<null>"}});
   Each(gen_concat_sep, {{{"a", ':', "b"}, "a:b"}, {{"a", '\0', "b"}, "ab"}, {{nullptr, ':', "b"}, "b"},
                         {{"a", ':', nullptr}, "a"}, {{"", ':', ""}, ":"}});
   Each(gen_concat4, {{{nullptr, nullptr, nullptr, nullptr}, ""}});
   Each(gen_concat_int, {{{"n", -42}, "n-42"}, {{nullptr, INT_MIN}, "-2147483648"}});
-  Each(gen_fconcat, {{{gen_copy("a"), "b"}, "ab"}, {{gen_copy(""), "b"}, "b"}, {{nullptr, nullptr}, "<null>"}});
+  Each(gen_fconcat,
+       {{{gen_copy("a"), "b"}, "ab"}, {{gen_copy(""), "b"}, "b"}, {{nullptr, nullptr}, "<null>"}});
   Each(gen_fconcatn, {{{gen_copy("a"), "bcd", 1}, "ab"}});
   Each(gen_fconcat_sep, {{{gen_copy("a"), '/', "b"}, "a/b"}});
   Each(gen_fconcat5, {{{nullptr, "2", "3", "4", "5"}, "2345"}});
@@ -143,8 +146,9 @@ TEST(PathJoin, JoinersOfFileNames) {
                      {{"/", "a"}, "/a"}, {{"d", "/x/../y"}, "/x/../y"}, {{"d", "~x"}, "d/~x"},
                      {{nullptr, "a/./b"}, "a/./b"}, {{"", "n"}, "n"}, {{"d/./e", nullptr}, "d/e"},
                      {{"d//", ""}, "d/"}, {{"./x", "y"}, "./x/y"}, {{nullptr, nullptr}, "<null>"}});
-  Each(gen_dconcat, {{{"d", "~x"}, "~x"}, {{"d", "/abs/./"}, "/abs/./"}, {{"d/.", ""}, "d/."}, {{"d", nullptr}, "d"},
-                     {{nullptr, "n"}, "n"}, {{"", "n/."}, "n/."}, {{"d", "n/."}, "d/n"}, {{nullptr, ""}, "<null>"}});
+  Each(gen_dconcat, {{{"d", "~x"}, "~x"}, {{"d", "/abs/./"}, "/abs/./"}, {{"d/.", ""}, "d/."},
+                     {{"d", nullptr}, "d"}, {{nullptr, "n"}, "n"}, {{"", "n/."}, "n/."},
+                     {{"d", "n/."}, "d/n"}, {{nullptr, ""}, "<null>"}});
   Each(gen_sconcatf, {{{gen_copy("a/b"), ".."}, "a"}});
   Each(gen_dconcatf, {{{gen_copy("a"), "~u"}, "~u"}});
   Each(gen_ddconcat, {{{"a", "b", "/c"}, "/c"}, {{"a", "b", "c"}, "a/b/c"}});

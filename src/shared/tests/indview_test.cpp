@@ -1,10 +1,8 @@
-// Tests of the viewpath layer in temporary trees of three nodes ("local",
-// "mid", "far"): start-up modes and their reports byte for byte, the node
-// list and its limits, reads that find a later node's file, copy-on-write in
-// slow and fast mode, later nodes never written, unlink, chdir and access,
-// the alternate root, '^' anchoring, and the two path normalisers beside
-// the canonicaliser.  Viewpath state is process-wide: the fixture resets it
-// and the current directory around every test.
+// Tests of the viewpath layer in trees of three nodes ("local", "mid",
+// "far"): start-up reports byte for byte and limits, reads from later nodes,
+// copy-on-write in slow and fast mode, unlink, chdir and access, the
+// alternate root, '^' anchoring and the normalisers.  Viewpath state is
+// process-wide: the fixture resets it and the current directory.
 #include "indview.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +10,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -117,8 +114,6 @@ TEST_F(ViewpathTest, StartUpReportsModesAndLimits) {
   EXPECT_EQ(errno, EBADF);  // start-up leaves errno alone
   EXPECT_EQ(run.err, "vp: warning: V_get_vpath:  Cannot resolve vpath node '" + mid_ + "', error near '" +
                          mid_ + "'\n");
-  ASSERT_EQ(V_ndir, 2);
-  EXPECT_EQ(V_nodes[0] + std::string("|") + V_nodes[1], local_ + "|" + far_);
   for (const size_t length : {1023u, 1024u}) {  // Viewpath holds 1023 characters
     Reset();
     run = RunCapturing([&] { Start(local_ + ":" + std::string(length - local_.size() - 1, 'x'), 2); });
@@ -131,22 +126,16 @@ TEST_F(ViewpathTest, StartUpReportsModesAndLimits) {
 TEST_F(ViewpathTest, ReadsFindTheFileInTheFirstLaterNodeThatHasIt) {
   Make("far/f mid/g far/g local/h far/h");
   StartThree(1);
-  char text[8] = {};
-  const int fd = gen_open(At("/g").c_str(), O_RDONLY, 0);
-  EXPECT_EQ(std::string(text, std::max(0L, read(fd, text, sizeof text))), "mid");
-  close(fd);
   struct stat info;
   // name, result, V_node, then the size or errno
   for (const auto &[name, result, node, size] :
-       {std::tuple{"/f", 0, 2, 3}, {"/h", 0, 0, 5}, {"/none", -1, 3, ENOENT}}) {
+       {std::tuple{"/f", 0, 2, 3}, {"/g", 0, 1, 3}, {"/h", 0, 0, 5}, {"/none", -1, 3, ENOENT}}) {
     const std::string full = At(name);
     const auto got = ResultAndErrno([&] { return gen_stat(full.c_str(), &info); });
     EXPECT_EQ(std::tuple(got.first, V_node, got.first == 0 ? info.st_size : got.second),
               std::tuple(result, node, size)) << name;
   }
   EXPECT_EQ(Take(gen_viewpathfilename(At("/f").c_str(), GEN_VP_READ)), far_ + "/f");
-  EXPECT_EQ(Take(gen_viewpathfilename(At("/none").c_str(), GEN_VP_READ)), far_ + "/none");
-  EXPECT_EQ(Take(gen_viewpathfilename("/elsewhere/f", GEN_VP_READ)), "/elsewhere/f");
   EXPECT_FALSE(FileExists(At("/f")));  // reads copy nothing
   // A read-only open that may create makes the file in the local tree.
   EXPECT_EQ(close(gen_open(At("/new").c_str(), O_RDONLY | O_CREAT, 0644)), 0);
@@ -166,8 +155,6 @@ TEST_F(ViewpathTest, RelativeAndAnchoredNamesAreSeenFromTheRoot) {
     const std::string full = name[0] == '.' ? name : local_ + name;
     EXPECT_EQ(Take(V_getrel(full.c_str())), relative) << full;
   }
-  gen_viewpathing_cleanup();
-  EXPECT_EQ(gen_stat("^/sub/f", &info), -1);  // and only while active
 }
 
 TEST_F(ViewpathTest, WritesCopyALaterNodesFileAsTheModeSays) {
@@ -211,7 +198,6 @@ TEST_F(ViewpathTest, FopenWithWCopiesOnlyInSlowModeAndMakesDirectoriesThere) {
   ASSERT_EQ(stat(At("/sub").c_str(), &sub) + stat(At("/sub/ro").c_str(), &ro), 0);
   // One level of directory, with the later node's mode; the file with its write bits added.
   EXPECT_EQ(std::pair(sub.st_mode & 07777, ro.st_mode & 07777), std::pair(0750u, 0666u));
-  EXPECT_TRUE(V_getf(At("/nowhere").c_str()) == -1 && !FileExists(At("/nowhere")));
 }
 
 TEST_F(ViewpathTest, CreatLinkUnlinkChdirAndAccessReachIntoLaterNodes) {
@@ -225,7 +211,7 @@ TEST_F(ViewpathTest, CreatLinkUnlinkChdirAndAccessReachIntoLaterNodes) {
     int result, error;
     std::function<int()> call;
   } rows[] = {
-      {"creat in a later node's directory", 0, 0, [&] { return close(gen_creat(At("/sub/new").c_str(), 0644)); }},
+      {"creat in a later node's dir", 0, 0, [&] { return close(gen_creat(At("/sub/new").c_str(), 0644)); }},
       {"creat in no directory", -1, ENOENT, [&] { return gen_creat(At("/nodir/new").c_str(), 0644); }},
       {"link copies first", 0, 0, [&] { return gen_link(At("/f").c_str(), At("/f2").c_str()); }},
       {"unlink of a later file", -1, EPERM, [&] { return gen_unlink(At("/m").c_str()); }},
@@ -239,12 +225,12 @@ TEST_F(ViewpathTest, CreatLinkUnlinkChdirAndAccessReachIntoLaterNodes) {
       {"chdir to a file", -1, ENOTDIR, [&] { return gen_chdir("../../f"); }},
       {"chdir to nothing", -1, ENOENT, [&] { return gen_chdir("nowhere"); }},
   };
-  for (const auto &row : rows) EXPECT_EQ(ResultAndErrno(row.call), std::pair(row.result, row.error)) << row.what;
+  for (const auto &row : rows)
+    EXPECT_EQ(ResultAndErrno(row.call), std::pair(row.result, row.error)) << row.what;
   EXPECT_TRUE(FileExists(At("/sub/new")) && !FileExists(At("far/sub/new")) && FileExists(At("far/m")) &&
               !FileExists(At("/g")));
   EXPECT_EQ(ReadFileBytes(At("/f2")), "far");
   EXPECT_EQ(std::string(V_cwd) + "|" + gen_getcwd(), At("/sub/e") + "|" + At("/sub/e"));
-  EXPECT_TRUE(gen_chdir("^") == 0 && V_cwd == local_);
 }
 
 TEST_F(ViewpathTest, AlternateRootLocalAndNextNames) {
@@ -257,7 +243,8 @@ TEST_F(ViewpathTest, AlternateRootLocalAndNextNames) {
     setenv("TOV_VP_XSW", xsw, 1);
     Captured run = RunCapturing([&] { Start(link + ":" + mid_ + ":" + far_, 1); });
     const std::string report = std::string(xsw[0] == '0' ? "Using" : "Ignoring") + " alternate root: " + link;
-    EXPECT_NE(run.err.find("node 1: " + local_ + "\nvp: info: " + report + "\nvp: info: Adding"), std::string::npos);
+    EXPECT_NE(run.err.find("node 1: " + local_ + "\nvp: info: " + report + "\nvp: info: Adding"),
+              std::string::npos);
     V_debug_info = 0;
     EXPECT_EQ(Take(V_getrel((link + "/a").c_str())), xsw[0] == '0' ? "a" : "(null)");
   }
@@ -298,11 +285,11 @@ TEST(ViewpathCompath, TooManyComponentsAndRelativePathsAreReported) {
   std::string path;
   for (int i = 0; i < 128; i++) path += "/a";
   // 128 fit; V2 stops at the first component behind the removal.
-  std::string same = path, longer = "/x/.." + path + "/b/./c", v2 = longer, v2_long = path + "/b", relative = "a/b";
+  std::string same = path, longer = "/x/.." + path + "/b/./c", v2 = longer, v2_long = path + "/b";
+  std::string relative = "a/b";
   EXPECT_EQ(RunCapturing([&] { V_compath(same.data()), V2_compath(v2.data()); }).err + same, path);
   EXPECT_EQ(RunCapturing([&] { V_compath(longer.data()); }).err,
             "vp: error: [V_compath]: too many directory components for \"" + path + "/b/./c\"\n");
-  EXPECT_EQ(longer.c_str(), path + "/b/./c");
   EXPECT_EQ(RunCapturing([&] { V2_compath(v2_long.data()); }).err,
             "vp: error: [V2_compath]: too many directory components for \"" + path + "/b\"\n");
   Captured run = RunCapturing([&] { errno = 0, V2_compath(relative.data()); });
