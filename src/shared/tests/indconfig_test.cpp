@@ -1,8 +1,6 @@
-// Tests of source roots and configuration directories in a temporary tree:
-// list parsing, matching (near misses, first root wins, fake and alternate
-// roots, the viewpath's root), and the user, site and default directories
-// with HOME pointed at a temporary directory for the whole program (the
-// home directory is looked up once per process).
+// Tests of source roots (lists, near misses, first root wins, fake and
+// alternate roots, the viewpath's root) and of the configuration directories,
+// with HOME a temporary directory for the whole program (it is read once).
 #include "indconfig.h"
 
 #include <gtest/gtest.h>
@@ -10,9 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdlib>
+#include <filesystem>
+#include <sstream>
 #include <string>
+#include <tuple>
 
 #include "indgen_filename.h"
 #include "indgen_fileops.h"
@@ -24,8 +24,7 @@ namespace {
 
 std::string Take(char *text) {
   std::string result = text != nullptr ? text : "(null)";
-  gen_free(text);
-  return result;
+  return gen_free(text), result;
 }
 
 testsupport::TempDir *home = nullptr;  // HOME of this program, set before any test
@@ -38,24 +37,24 @@ struct TemporaryHome : ::testing::Environment {
 class ConfigTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char *real = realpath(dir_.path().c_str(), nullptr);
-    base_ = real;
-    free(real);
-    for (const char *sub : {"a", "ab", "a/b", "bin", "bin/config", "bin/defaults"})
-      ASSERT_EQ(mkdir((base_ + "/" + sub).c_str(), 0777), 0);
-    ASSERT_NE(getcwd(cwd_, sizeof cwd_), nullptr);
+    base_ = std::filesystem::canonical(dir_.path()), cwd_ = std::filesystem::current_path();
+    Make("a/ ab/ a/b/ bin/ bin/config/ bin/defaults/");
   }
   void TearDown() override {
-    gen_sourceroot_cleanup();
-    gen_cleanupconfigdirs();
-    use_vp_as_src_root = allow_fake_roots = 0;
-    gen_viewpathing_cleanup();
-    V_changed = 1;
+    gen_sourceroot_cleanup(), gen_cleanupconfigdirs(), gen_viewpathing_cleanup();
+    use_vp_as_src_root = allow_fake_roots = 0, V_changed = 1;
     unsetenv("NVPATH");
-    gen_free(gen_progdir);
-    gen_progdir = nullptr;
+    gen_free(gen_progdir), gen_progdir = nullptr;
     gen_removedir_recursive((home->path() + "/.tov").c_str());
-    EXPECT_EQ(gen_chdir(cwd_), 0);
+    EXPECT_EQ(gen_chdir(cwd_.c_str()), 0);
+  }
+  // Makes each name of a list under the base: "a/" a directory, "a/f" an empty file.
+  void Make(const std::string &names) {
+    std::istringstream list(names);
+    for (std::string name; list >> name;)
+      ASSERT_TRUE(name.back() == '/' ? mkdir((base_ + "/" + name).c_str(), 0777) == 0
+                                     : testsupport::WriteFileBytes(base_ + "/" + name, ""))
+          << name;
   }
   // "relative name@root number" of name against the current roots.
   std::string Rel(const std::string &name) {
@@ -65,8 +64,7 @@ class ConfigTest : public ::testing::Test {
   }
 
   testsupport::TempDir dir_;
-  std::string base_;
-  char cwd_[PATH_MAX];
+  std::string base_, cwd_;
 };
 
 TEST_F(ConfigTest, ListsSplitAtEachSeparatorAndTheWholeRootMustMatch) {
@@ -74,23 +72,15 @@ TEST_F(ConfigTest, ListsSplitAtEachSeparatorAndTheWholeRootMustMatch) {
   char **roots = nullptr, **alts = nullptr;
   ASSERT_EQ(gen_sourceroot_getroots(&roots, &alts), 3);
   EXPECT_EQ(std::string(roots[2]) + (roots[3] ? "+" : "") + (alts[2] ? "+" : ""), base_ + "/a/b");
-  EXPECT_EQ(allow_fake_roots, 0);
-  const struct {
-    std::string name, expected;
-  } rows[] = {
-      {base_ + "/a", ".@0"},     {base_ + "/a/", ".@0"},       {base_ + "/ab/f", "ab/f@1"},
-      {base_ + "/a/b/f", "b/f@0"},  // root 0 comes before root 2
-      {"/elsewhere/f", "(null)@-1"}, {base_ + "x", "(null)@-1"}, {"b/../f", "f@0"},  // from the cwd
-  };
   ASSERT_EQ(gen_chdir((base_ + "/a").c_str()), 0);
-  for (const auto &row : rows) EXPECT_EQ(Rel(row.name), row.expected) << row.name;
-  EXPECT_EQ(gen_sourceroot_init(""), 0);  // changes nothing
-  EXPECT_EQ(gen_sourceroot_init(nullptr), 0);
+  // Root 0 comes before root 2; a relative name is seen from the current directory.
+  for (const auto &[name, expected] :
+       {std::pair<std::string, std::string>{base_ + "/a", ".@0"}, {base_ + "/a/", ".@0"},
+        {base_ + "/ab/f", "ab/f@1"}, {base_ + "/a/b/f", "b/f@0"}, {"/elsewhere/f", "(null)@-1"},
+        {base_ + "x", "(null)@-1"}, {"b/../f", "f@0"}})
+    EXPECT_EQ(Rel(name), expected) << name;
+  EXPECT_EQ(gen_sourceroot_init("") + gen_sourceroot_init(nullptr), 0);  // both change nothing
   EXPECT_EQ(gen_sourceroot_getroots(nullptr, nullptr), 3);
-  gen_sourceroot_cleanup();
-  EXPECT_EQ(Rel("/x"), "(null)@-1");
-  char *caller_roots[] = {const_cast<char *>("/r"), nullptr};
-  EXPECT_EQ(Take(gen_get_relative(caller_roots, nullptr, 1, "/r/s", nullptr)), "s");
 }
 
 TEST_F(ConfigTest, DrivePrefixesFakeRootsAndAlternateSpellings) {
@@ -121,53 +111,40 @@ TEST_F(ConfigTest, TheViewpathsRootCanServeAsTheOnlyRoot) {
 }
 
 TEST_F(ConfigTest, UserSiteAndDefaultDirectoriesAndConfigFileNames) {
-  const std::string user = home->path() + "/.tov";
+  const std::string user = home->path() + "/.tov", dir = base_ + "/a";
   char *error = reinterpret_cast<char *>(1);
-  EXPECT_EQ(std::string(gen_getuserconfigdir(0, &error)), user);
-  EXPECT_FALSE(gen_isdir(user.c_str()));
-  EXPECT_EQ(std::string(gen_getuserconfigdir(1, &error)), user);
-  EXPECT_TRUE(gen_isdir(user.c_str()));
-  EXPECT_EQ(error, nullptr);
-  testsupport::WriteFileBytes(base_ + "/file", "");
+  EXPECT_TRUE(gen_getuserconfigdir(0, &error) == user && !gen_isdir(user.c_str()));  // made only when asked
+  EXPECT_TRUE(gen_getuserconfigdir(1, &error) == user && gen_isdir(user.c_str()) && error == nullptr);
+  Make("file");
   gen_setuserconfigdir((base_ + "/file/sub").c_str());
   gen_setuserconfigdir("");  // ignored
-  EXPECT_EQ(std::string(gen_getuserconfigdir(1, &error)), base_ + "/file/sub");
+  EXPECT_EQ(gen_getuserconfigdir(1, &error), base_ + "/file/sub");
   EXPECT_EQ(Take(error), "Couldn't create user config directory: " + base_ + "/file/sub");
 
   gen_changeprogdir((base_ + "/bin").c_str());
-  gen_setuserconfigdir((base_ + "/a").c_str());
-  for (const char *file : {"a/both", "bin/config/both", "bin/defaults/both", "bin/config/sited"})
-    testsupport::WriteFileBytes(base_ + "/" + file, "");
-  ASSERT_EQ(mkdir((base_ + "/a/sited").c_str(), 0777), 0);  // a directory doesn't count
-  const struct {
-    const char *name;
-    int defaults_only;
-    std::string expected;
-  } rows[] = {
-      {"both", 0, base_ + "/a/both"},          {"both", 1, base_ + "/bin/defaults/both"},
-      {"sited", 0, base_ + "/bin/config/sited"}, {"sited", 1, "(null)"}, {"none", 0, "(null)"},
-  };
-  for (const auto &row : rows)
-    EXPECT_EQ(Take(gen_searchfileinconfigdirs(row.name, R_OK, row.defaults_only, &error)), row.expected)
-        << row.name << " " << row.defaults_only;
+  gen_setuserconfigdir(dir.c_str());
+  Make("a/both bin/config/both bin/defaults/both bin/config/sited a/sited/");  // a directory doesn't count
+  // name, defaults only, found
+  for (const auto &[name, defaults_only, expected] :
+       {std::tuple<const char *, int, std::string>{"both", 0, base_ + "/a/both"},
+        {"both", 1, base_ + "/bin/defaults/both"}, {"sited", 0, base_ + "/bin/config/sited"},
+        {"sited", 1, "(null)"}, {"none", 0, "(null)"}})
+    EXPECT_EQ(Take(gen_searchfileinconfigdirs(name, R_OK, defaults_only, &error)), expected)
+        << name << " " << defaults_only;
   EXPECT_EQ(error, nullptr);
-  EXPECT_EQ(Take(gen_searchfileinconfigdirs((base_ + "/a").c_str(), F_OK, 0, nullptr)), "(null)");
 
-  const std::string dir = base_ + "/a";
-  auto name = [&](const char *d, int fallback, int override_dir) {
-    return Take(gen_createconfigfilename(d, "view.txt", fallback, override_dir));
+  auto name = [&](int fallback, int override_dir) {
+    return Take(gen_createconfigfilename(dir.c_str(), "view.txt", fallback, override_dir));
   };
-  EXPECT_EQ(name(dir.c_str(), 1, 1), dir + "/view.cfg");
-  EXPECT_EQ(name(dir.c_str(), 0, 1), dir + "/tov.cfg");  // whether or not it exists
-  testsupport::WriteFileBytes(dir + "/tov.cfg", "");
-  EXPECT_EQ(name(dir.c_str(), 1, 1), dir + "/tov.cfg");
-  ASSERT_EQ(mkdir((dir + "/override").c_str(), 0777), 0);
-  testsupport::WriteFileBytes(dir + "/override/view.cfg", "");
-  EXPECT_EQ(name(dir.c_str(), 1, 1), dir + "/override/view.cfg");
-  EXPECT_EQ(name(dir.c_str(), 1, 0), dir + "/tov.cfg");
+  EXPECT_EQ(name(1, 1), dir + "/view.cfg");
+  EXPECT_EQ(name(0, 1), dir + "/tov.cfg");  // whether or not it exists
+  Make("a/tov.cfg");
+  EXPECT_EQ(name(1, 1), dir + "/tov.cfg");
+  Make("a/override/ a/override/view.cfg");
+  EXPECT_EQ(name(1, 1), dir + "/override/view.cfg");
+  EXPECT_EQ(name(1, 0), dir + "/tov.cfg");
   ASSERT_EQ(gen_chdir(dir.c_str()), 0);
-  EXPECT_EQ(name("", 1, 1), "override/view.cfg");  // relative, seen from the cwd
-  EXPECT_EQ(Take(gen_createconfigfilename(nullptr, nullptr, 1, 1)), "tov.cfg");
+  EXPECT_EQ(Take(gen_createconfigfilename("", "view.txt", 1, 1)), "override/view.cfg");  // seen from the cwd
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
-// Tests of the two array sorts by their results: sorted output over every
-// count around the exchange-sort and median-of-medians thresholds and
-// several element widths, stability with duplicate keys on both sides of
-// the stack limit of the position array, the caller's context and swap,
-// and the median of three.
+// Tests of the two array sorts by their results: every count around the
+// sorts' thresholds in several element widths, stability on both sides of the
+// position array's stack limit, the caller's context and swap, the median.
 #include "indsort.h"
 
 #include <gtest/gtest.h>
@@ -32,10 +30,7 @@ int CompareKeys(void *context, const void *a, const void *b) {
 }
 
 int swaps = 0;
-void CountingSwap(void *a, void *b, unsigned size) {
-  swaps++;
-  tov_swap_default_cmp(a, b, size);
-}
+void CountingSwap(void *a, void *b, unsigned size) { swaps++, tov_swap_default_cmp(a, b, size); }
 
 std::vector<std::string> Split(const std::vector<unsigned char> &bytes, unsigned size) {
   std::vector<std::string> elements;
@@ -59,14 +54,12 @@ TEST(Sort, ResultsMatchTheStandardSortsForEveryCountAndWidth) {
         for (size_t at = 0; stable && at < bytes.size(); at += size) bytes[at] %= 4;
         std::vector<std::string> expected = Split(bytes, size);
         Context ctx{stable ? 1 : size};
-        if (stable) {
-          std::stable_sort(expected.begin(), expected.end(),
-                           [](const std::string &x, const std::string &y) { return x[0] < y[0]; });
-          EXPECT_EQ(tov_stable_sort(&ctx, bytes.data(), count, size, CompareKeys, CountingSwap), &ctx);
-        } else {
+        if (stable)
+          std::stable_sort(expected.begin(), expected.end(), [](auto &x, auto &y) { return x[0] < y[0]; });
+        else
           std::sort(expected.begin(), expected.end());
-          EXPECT_EQ(tov_sort(&ctx, bytes.data(), count, size, CompareKeys, nullptr), &ctx);
-        }
+        EXPECT_EQ((stable ? tov_stable_sort : tov_sort)(&ctx, bytes.data(), count, size, CompareKeys,
+                                                       stable ? CountingSwap : nullptr), &ctx);
         ASSERT_EQ(Split(bytes, size), expected)
             << "seed " << kSeed << " stable " << stable << " size " << size << " count " << count;
         EXPECT_FALSE(ctx.wrong_context);
@@ -78,10 +71,7 @@ TEST(Sort, ResultsMatchTheStandardSortsForEveryCountAndWidth) {
 
 // Counts the allocations made through gen_alloc while alive.
 int allocations = 0;
-void *CountingAlloc(unsigned count, unsigned size) {
-  allocations++;
-  return gen_default_alloc(count, size);
-}
+void *CountingAlloc(unsigned count, unsigned size) { return allocations++, gen_default_alloc(count, size); }
 
 TEST(StableSort, EqualKeysKeepInputOrderOnTheStackUpTo64) {
   for (unsigned count : {64u, 65u}) {
@@ -89,8 +79,7 @@ TEST(StableSort, EqualKeysKeepInputOrderOnTheStackUpTo64) {
     for (unsigned k = 0; k < count; k++) records[2 * k] = 7, records[2 * k + 1] = k;
     Context ctx{4};
     const gen_alloc_func saved = gen_alloc;
-    gen_alloc = CountingAlloc;
-    allocations = 0;
+    gen_alloc = CountingAlloc, allocations = 0;
     tov_stable_sort(&ctx, records.data(), count, 8, CompareKeys, nullptr);
     gen_alloc = saved;
     EXPECT_EQ(allocations, count == 64 ? 0 : 1) << count;
@@ -101,11 +90,10 @@ TEST(StableSort, EqualKeysKeepInputOrderOnTheStackUpTo64) {
 TEST(PickMiddle, ReturnsTheMedianOfEveryOrder) {
   unsigned char r[3] = {1, 2, 3};
   Context ctx{1};
-  const int orders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
-  for (const auto &o : orders) {
-    void *m = pick_middle(&ctx, &r[o[0]], &r[o[1]], &r[o[2]], CompareKeys);
-    EXPECT_EQ(m, &r[1]) << o[0] << o[1] << o[2];
-  }
+  int o[3] = {0, 1, 2};
+  do {
+    EXPECT_EQ(pick_middle(&ctx, &r[o[0]], &r[o[1]], &r[o[2]], CompareKeys), &r[1]) << o[0] << o[1] << o[2];
+  } while (std::next_permutation(o, o + 3));
 }
 
 }  // namespace
