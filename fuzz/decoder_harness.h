@@ -1,7 +1,8 @@
 /*
- * decoder_harness.h - runs one of ravelog's two decoders in process on an
- * input taken as a corefile, the way the program does but with nothing
- * written: the fuzz targets v1_decoder and v2_decoder include it.
+ * decoder_harness.h - runs one of ravelog's decoders in process on an input
+ * taken as a corefile, the way the program does but with nothing written:
+ * the fuzz targets v1_decoder, v2_decoder and tracebuf_decoder include it
+ * (version 3 stands for the kernel's trace buffer, found by its id).
  *
  * Each input starts from the state main gives the converter (lastTimeStamp
  * 0:0, every header word 0) and is read from memory through fmemopen.  The
@@ -49,6 +50,7 @@ struct ConverterExit {
 void ThrowingExit(int status) { throw ConverterExit{status}; }
 
 constexpr const char *kDatabaseName = "fuzz-db";
+constexpr int kTraceBuffer = 3;
 
 /* What the database points have been handed for the input in hand. */
 struct Watch {
@@ -109,7 +111,7 @@ void WatchAddThread(const unsigned char *record) {
   FUZZ_CHECK(watch.events == 0, "thread record after an event");
   FUZZ_CHECK(record != nullptr, "null thread record");
   watch.threads++;
-  FUZZ_CHECK(watch.threads <= static_cast<uint64_t>(TNIS > 0 ? TNIS : 0),
+  FUZZ_CHECK(watch.version == kTraceBuffer || watch.threads <= static_cast<uint64_t>(TNIS > 0 ? TNIS : 0),
              "more thread records than the thread list has entries");
   for (int i = 0; i < CV_THREAD_RECORD_SIZE; i++) watch.sum += record[i];
   Track(0, 0, CV_THREAD_RECORD_TYPEWORD, record, CV_THREAD_RECORD_SIZE);
@@ -118,7 +120,9 @@ void WatchAddThread(const unsigned char *record) {
 void WatchAddEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigned char *payload,
                    int length) {
   FUZZ_CHECK(watch.opens == 1 && watch.closes == 0, "event outside open..close");
-  if (watch.version == 2) {
+  if (watch.version == kTraceBuffer) {
+    FUZZ_CHECK(length >= 0 && length <= 24 && length % 4 == 0, "trace buffer payload length");
+  } else if (watch.version == 2) {
     FUZZ_CHECK(length == CV_V2_PAYLOAD_SIZE, "version 2 payload is not 20 bytes");
     FUZZ_CHECK((typeWord >> 16) != 0, "version 2 event of type 0 (an empty slot)");
   } else {
@@ -127,7 +131,7 @@ void WatchAddEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigne
   FUZZ_CHECK(length == 0 || payload != nullptr, "null payload");
   const uint64_t time = (uint64_t{high} << 32) | low;
   FUZZ_CHECK(time >= watch.lastTime, "settled time fell");
-  FUZZ_CHECK(high == lastTimeStamp[0] && low == lastTimeStamp[1],
+  FUZZ_CHECK(watch.version == kTraceBuffer || (high == lastTimeStamp[0] && low == lastTimeStamp[1]),
              "event time is not the latest time accepted");
   watch.lastTime = time;
   for (int i = 0; i < length; i++) watch.sum += payload[i];
@@ -136,7 +140,8 @@ void WatchAddEvent(uint32_t high, uint32_t low, uint32_t typeWord, const unsigne
    * its 12-byte head. */
   const uint64_t room = static_cast<uint32_t>(EVPS) / (watch.version == 2 ? CV_V2_SLOT_SIZE
                                                                           : CV_V1_HEAD_SIZE + 1);
-  FUZZ_CHECK(watch.events <= room, "more events than the pool can hold");
+  FUZZ_CHECK(watch.version == kTraceBuffer || watch.events <= room,
+             "more events than the pool can hold");
   Track(high, low, typeWord, payload, static_cast<uint32_t>(length));
 }
 
@@ -172,7 +177,18 @@ int Run(const uint8_t *data, size_t size, int version) {
     cv_ReadChar(&byte1, stream);
     const bool bigEndian = byte0 == 0;
     const unsigned found = bigEndian ? byte1 : (byte1 == 0 ? byte0 : 0);
-    if (found == static_cast<unsigned>(version)) {
+    if (version == kTraceBuffer) {
+      /* The probe's other branch: the trace buffer's id, in either order. */
+      if (size >= 4) {
+        const uint32_t big = uint32_t{data[0]} << 24 | uint32_t{data[1]} << 16 | data[2] << 8 | data[3];
+        const uint32_t little = uint32_t{data[3]} << 24 | uint32_t{data[2]} << 16 | data[1] << 8 | data[0];
+        if (big == CV_TRACE_ID || little == CV_TRACE_ID) {
+          watch.bigEndian = big == CV_TRACE_ID ? 1 : 0;
+          cv_ParseTraceBuffer(stream, kDatabaseName, watch.bigEndian);
+          FUZZ_CHECK(watch.opens == 1 && watch.closes == 1, "decoder returned without a close");
+        }
+      }
+    } else if (found == static_cast<unsigned>(version)) {
       watch.bigEndian = bigEndian ? 1 : 0;
       if (version == 2) {
         cv_ParseVersion2(stream, kDatabaseName, watch.bigEndian);

@@ -4,7 +4,7 @@
 # at the lowest priority, with the dictionary, on a working copy of
 # fuzz/corpus/TARGET (new inputs go to build/fuzz/corpus/TARGET, crashes to
 # build/fuzz/artifacts/TARGET/), logging to build/fuzz/logs/TARGET.log.
-# Targets: v2_decoder v1_decoder db_reader check gfile.
+# Targets: v2_decoder v1_decoder tracebuf_decoder db_reader check gfile.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ $# -lt 2 ]; then

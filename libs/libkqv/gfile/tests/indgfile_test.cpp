@@ -14,8 +14,8 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <cstdio>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
