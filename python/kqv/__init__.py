@@ -8,7 +8,7 @@ standard library:
         print(db.event_count, db.time_extent, db.ticks_per_second, db.byte_order)
         for event in db.events(start=0, end=100000):
             print(event.number, event.time, event.name, event.owner_id, event.payload.hex())
-        for obj in db.state_at(50000):
+        for obj in db.state_at(5000):
             print(obj.type, hex(obj.id), obj.name, obj.status, obj.priority)
 
 Events are numbered from 0 in database order; times are ticks.  Every
