@@ -114,13 +114,8 @@ void CompareReadings(kq_DB *db, const kq_CheckSummary &summary) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static fuzzsupport::DatabaseDir *dir = [] {
-    fuzzsupport::QuietProgram();
-    return new fuzzsupport::DatabaseDir;
-  }();
   size_t streamLength = 0;
-  FUZZ_CHECK(dir->Write(data, size, &streamLength), "can't write the files");
-  kq_DB *db = kq_OpenForUse(dir->Base());
+  kq_DB *db = fuzzsupport::OpenDatabase(data, size, &streamLength);
   if (db == nullptr) return 0;
 
   Reports reports;

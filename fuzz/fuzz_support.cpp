@@ -80,4 +80,13 @@ bool DatabaseDir::Write(const uint8_t *data, size_t size, size_t *streamLength) 
          WriteFile(base_ + ".kqi", index, got[2]);
 }
 
+kq_DB *OpenDatabase(const uint8_t *data, size_t size, size_t *streamLength) {
+  static DatabaseDir *dir = [] {
+    QuietProgram();
+    return new DatabaseDir;
+  }();
+  FUZZ_CHECK(dir->Write(data, size, streamLength), "can't write the files");
+  return kq_OpenForUse(dir->Base());
+}
+
 } // namespace fuzzsupport

@@ -2,7 +2,7 @@
  * fuzz_support.h - what the fuzz targets share: quiet messages, a check
  * that ends the run with a reason, a reader that takes numbers off the
  * front of an input, and a directory in memory (/dev/shm) where a target
- * lays out the three files of a database.
+ * lays out the three files of a database and opens it.
  */
 #ifndef RAVELOG_FUZZ_SUPPORT_H
 #define RAVELOG_FUZZ_SUPPORT_H
@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "kq_io.h"
 
 namespace fuzzsupport {
 
@@ -70,6 +72,11 @@ class DatabaseDir {
   std::string dir_;
   std::string base_;
 };
+
+/* Lays an input out as a database in the process's one DatabaseDir (set up
+ * quietly on the first call) and opens it for use: null when it doesn't
+ * open.  Sets *streamLength as DatabaseDir::Write does. */
+kq_DB *OpenDatabase(const uint8_t *data, size_t size, size_t *streamLength);
 
 } // namespace fuzzsupport
 

@@ -20,6 +20,7 @@
 #include "indgen_canon.h"
 #include "indgen_string.h"
 #include "indgeninit.h"
+#include "result_rows.h"
 #include "temp_dir.h"
 
 namespace {
@@ -36,16 +37,9 @@ namespace {
 using testsupport::TempDir;
 using testsupport::WriteFileBytes;
 
-// A result as text: "<null>" for null, a number in digits; a char * result
-// is new memory and is freed.
-std::string Got(const char *s) { return s == nullptr ? "<null>" : s; }
-std::string Got(char *s) {
-  std::string text = Got(static_cast<const char *>(s));
-  return gen_free(s), text;
-}
-std::string Got(int value) { return std::to_string(value); }
+using testsupport::Got;
 
-// Rows of (the arguments of fn, the text of its result).
+// Rows of (the argument or arguments of fn, the text of its result).
 using Row = std::pair<const char *, const char *>;
 using Row2 = std::tuple<const char *, const char *, const char *>;
 template <typename R>

@@ -12,22 +12,12 @@
 #include <utility>
 
 #include "indgeninit.h"
+#include "result_rows.h"
 
 namespace {
 
-// A result as text, "<null>" for null; a char * result is new memory and is freed.
-std::string Got(const char *s) { return s == nullptr ? "<null>" : s; }
-std::string Got(char *s) {
-  std::string text = Got(static_cast<const char *>(s));
-  return gen_free(s), text;
-}
-
-// Rows of (the arguments of fn, the text of its result).
-template <typename R, typename... A>
-void Each(R (*fn)(A...), std::initializer_list<std::pair<std::tuple<A...>, const char *>> rows) {
-  for (size_t row = 0; row < rows.size(); row++)
-    EXPECT_EQ(Got(std::apply(fn, rows.begin()[row].first)), rows.begin()[row].second) << "row " << row;
-}
+using testsupport::Each;
+using testsupport::Got;
 
 TEST(Quoting, EscapeTablesAndQuotesPinned) {
   const char *input = "a\\b\"c'd\ne\rf\tg\x01\x02\x03h\x04\x7f\xe9";
