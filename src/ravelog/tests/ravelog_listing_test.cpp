@@ -25,7 +25,10 @@ TEST(Listing, EveryFormAtTheTablesEdgesHasItsEventLineInBothByteOrders) {
       {0x10001, 0x20016, "0x00001234 context switch to thread              0x01:16  0x00000001:00000064\n"}};  // 16 bits each
   for (const auto &[type, subtype, line] : rows)
     for (const char *word : {"\x00\x00\x12\x34", "\x34\x12\x00\x00"})
-      EXPECT_EQ(RunCapturing([&] { debug_PrintEventsInfo(type, subtype, 1, 100, word, word[0] == 0); }).out, line);
+      EXPECT_EQ(RunCapturing([&, type = type, subtype = subtype] {
+                  debug_PrintEventsInfo(type, subtype, 1, 100, word, word[0] == 0);
+                }).out,
+                line);
 }
 
 }  // namespace
