@@ -5,6 +5,13 @@ add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE
   $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-Wall -Wextra -Wshadow -Wno-unused-parameter>
   $<$<COMPILE_LANG_AND_ID:C,GNU,Clang>:-Wall -Wextra -Wno-unused-parameter>)
+# Everything is built position-independent for the shared libkqv, whose
+# version script exports the public interface only, so no symbol of ours is
+# ever interposed: let the compiler inline calls within a file as it would
+# in a program (GCC otherwise keeps every call to an exported function).
+target_compile_options(project_options INTERFACE
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-fno-semantic-interposition>
+  $<$<COMPILE_LANG_AND_ID:C,GNU,Clang>:-fno-semantic-interposition>)
 if(RAVELOG_WERROR)
   target_compile_options(project_options INTERFACE -Werror)
 endif()
