@@ -134,6 +134,17 @@ class KqvTest : public ::testing::Test {
     bases.push_back(Convert(dump, "sim"));
     return bases;
   }
+
+  // The simulated dump with a 48 MHz clock, whose ticks are fractions of a
+  // microsecond.
+  std::string Clock48MHz() {
+    const std::string dump = dir.file("sim48.core");
+    EXPECT_TRUE(testsupport::WriteSimulatedDump(dump, {2500, 9, false}));
+    std::string bytes = ReadFileBytes(dump);
+    bytes.replace(20, 4, std::string("\x00\x6c\xdc\x02", 4));  // ticks per second, little-endian
+    EXPECT_TRUE(testsupport::WriteFileBytes(dump, bytes));
+    return Convert(dump, "sim48");
+  }
 };
 
 // ---- Each subcommand against the library --------------------------------------------------
@@ -357,13 +368,16 @@ std::vector<CsvRow> ReadCsv(const std::string &text) {
 // The trace-event rules a viewer relies on, and the stretches against the
 // state the library answers at seeded random moments.
 TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
-  for (const std::string &base : Databases()) {
+  std::vector<std::string> bases = Databases();
+  bases.push_back(Clock48MHz());
+  for (const std::string &base : bases) {
     SCOPED_TRACE(base);
     ASSERT_EQ(Kqv({"export", "--format", "chrome", "-o", base + ".json", base}).status, 0);
     ASSERT_EQ(Kqv({"export", "--format", "csv", "-o", base + ".csv", base}).status, 0);
     const std::vector<CsvRow> rows = ReadCsv(ReadFileBytes(base + ".csv"));
     std::map<std::string, std::vector<std::pair<double, double>>> slices;  // tid -> ts, dur
     std::map<std::string, bool> named;
+    std::map<std::string, std::vector<std::string>> stamps;  // tid -> "ts" of its slices
     for (const std::string &line : Lines(ReadFileBytes(base + ".json"))) {
       if (line.rfind("{\"name\"", 0) != 0) continue;  // one event a line
       const std::string ph = Field(line, "ph");
@@ -371,6 +385,7 @@ TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
       if (ph == "\"X\"") {
         slices[Field(line, "tid")].emplace_back(std::stod(Field(line, "ts")),
                                                 std::stod(Field(line, "dur")));
+        stamps[Field(line, "tid")].push_back(Field(line, "ts"));
       } else if (ph == "\"i\"") {
         named.emplace(Field(line, "tid"), false);
       } else if (Field(line, "name") == "\"thread_name\"") {
@@ -387,6 +402,25 @@ TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
     }
     for (const auto &[tid, has] : named) EXPECT_TRUE(has) << "no thread_name for " << tid;
     EXPECT_EQ(total, rows.size());
+
+    // Each slice starts at its stretch's first tick in microseconds, rounded
+    // down to the nanosecond: ts * 1000 = floor(ticks * 10^9 / ticks per second).
+    const uint64_t perSecond = Number(Kqv({"info", "--json", base}).out, "ticks_per_second");
+    std::map<std::string, std::vector<uint64_t>> starts;
+    for (const CsvRow &row : rows) starts[std::to_string(row.thread)].push_back(row.start);
+    for (const auto &[tid, list] : stamps) {
+      ASSERT_EQ(list.size(), starts[tid].size()) << tid;
+      for (size_t i = 0; i < list.size(); i++) {
+        const size_t dot = list[i].find('.');
+        ASSERT_TRUE(dot == std::string::npos || list[i].size() == dot + 4) << list[i];
+        const uint64_t nanos = std::stoull(list[i].substr(0, dot)) * 1000 +
+                               (dot == std::string::npos ? 0 : std::stoull(list[i].substr(dot + 1)));
+        const unsigned __int128 exact = static_cast<unsigned __int128>(starts[tid][i]) * 1000000000u;
+        EXPECT_TRUE(nanos * static_cast<unsigned __int128>(perSecond) <= exact &&
+                    exact < (nanos + 1) * static_cast<unsigned __int128>(perSecond))
+            << list[i] << " for tick " << starts[tid][i];
+      }
+    }
 
     kq_DB *db = kq_OpenForUse(base.c_str());
     uint64_t start = 0, end = 0;
