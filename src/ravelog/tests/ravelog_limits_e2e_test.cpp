@@ -77,6 +77,9 @@ TEST_F(LimitsTest, AFullDatabaseEndsWithTheNumberOfEventsItHolds) {
     EXPECT_GT(db.read, 0u);
     EXPECT_EQ(db.counted, db.read);
     EXPECT_EQ(db.problems, 0u);
+    // A limit that the database just fits holds the same events.
+    const std::string size = std::to_string(testsupport::ReadFileBytes(base + ".kqs").size());
+    EXPECT_EQ(RunProcess("/usr/bin/env", {"env", "KQV_FILE_LIMIT=" + size, RAVELOG_BINARY, dump, base}).err, run.err);
   }
 }
 

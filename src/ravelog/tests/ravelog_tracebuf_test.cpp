@@ -122,10 +122,11 @@ TEST_F(TraceBufferDecode, EntriesBecomeTheDatabasesEvents) {
 }
 
 TEST_F(TraceBufferDecode, ThreadRecordsTakeThePriorityOfTheFirstEntryAndANameCutTo31Bytes) {
-  Events(Buffer({{kB, 0x80070007, 0x70, 1}, {kB, 0x80090009, 0x70, 2}}, 2, 0));
+  // Priority 263 (a kernel may have up to 1024), preemption threshold 7.
+  Events(Buffer({{kB, 0x80070107, 0x70, 1}, {kB, 0x80090009, 0x70, 2}}, 2, 0));
   ASSERT_GE(calls.size(), 3u);
   EXPECT_EQ(calls[1].bytes, std::string("\xa0\0\0\0\0\0\0\0a", 9) + std::string(30, '\0'));
-  EXPECT_EQ(calls[2].bytes, std::string("\xb0\0\0\0\x07\0\0\0", 8) + std::string(31, 'b'));
+  EXPECT_EQ(calls[2].bytes, std::string("\xb0\0\0\0\x07\x01\0\0", 8) + std::string(31, 'b'));
   EXPECT_EQ(calls[0].ticks, 1000000);
 }
 
