@@ -33,7 +33,8 @@ struct TaskHead {
   TaskStatus Status() const {
     TaskStatus status;
     status.exists = exists;
-    status.known = exists && length > KQ_TASK_STATUS_KNOWN && bytes[KQ_TASK_STATUS_KNOWN] != 0;
+    /* As the library reads it: a value cut short has no known field. */
+    status.known = exists && length >= KQ_TASK_VALUE_SIZE && bytes[KQ_TASK_STATUS_KNOWN] != 0;
     status.value = status.known ? static_cast<uint16_t>(bytes[0] << 8 | bytes[1]) : 0;
     return status;
   }

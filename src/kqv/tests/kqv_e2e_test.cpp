@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "database_script.h"
 #include "indgeninit.h"
 #include "kq_io.h"
 #include "kq_names.h"
@@ -144,6 +145,29 @@ class KqvTest : public ::testing::Test {
     bytes.replace(20, 4, std::string("\x00\x6c\xdc\x02", 4));  // ticks per second, little-endian
     EXPECT_TRUE(testsupport::WriteFileBytes(dump, bytes));
     return Convert(dump, "sim48");
+  }
+
+  // A database written through the library whose Task values the status
+  // walk of stats and exports must follow as the state model does: a Mod
+  // past the value's end and a New of an object that exists change nothing,
+  // and a value too short to hold its fields has no known status.
+  std::string Scripted() {
+    using testsupport::Del, testsupport::Mod, testsupport::New;
+    const std::string running = std::string("\x00\x03\x01", 3) + std::string(KQ_TASK_VALUE_SIZE - 3, '\0');
+    const std::string ready = std::string("\x00\x00\x01", 3) + std::string(KQ_TASK_VALUE_SIZE - 3, '\0');
+    const std::string cut("\x00\x03\x01", 3);  // too short for its fields to be known
+    static const testsupport::Script script = {
+        {10, 1, 0, "", {New(KQ_TYPE_TASK, 1, running), New(KQ_TYPE_TASK, 2, ready)}},
+        {20, 3, 1, "", {Mod(KQ_TYPE_TASK, 1, 0, std::string("\x00\x05\x01", 3) + std::string(KQ_TASK_VALUE_SIZE - 2, 0))}},
+        {30, 3, 1, "", {New(KQ_TYPE_TASK, 2, running)}},
+        {40, 3, 2, "", {Mod(KQ_TYPE_TASK, 2, 0, std::string("\x00\x03", 2))}},
+        {50, 3, 3, "", {Del(KQ_TYPE_TASK, 1)}},
+        {55, 1, 0, "", {New(KQ_TYPE_TASK, 3, cut)}},
+        {60, 1, 0, "", {}}};
+    const std::string base = dir.file("scripted");
+    testsupport::ScriptWriter writer(base, script);
+    EXPECT_TRUE(writer.ok() && writer.AddAll());
+    return base;
   }
 };
 
@@ -370,6 +394,7 @@ std::vector<CsvRow> ReadCsv(const std::string &text) {
 TEST_F(KqvTest, ExportsFollowTheTraceRulesAndTheState) {
   std::vector<std::string> bases = Databases();
   bases.push_back(Clock48MHz());
+  bases.push_back(Scripted());
   for (const std::string &base : bases) {
     SCOPED_TRACE(base);
     ASSERT_EQ(Kqv({"export", "--format", "chrome", "-o", base + ".json", base}).status, 0);
