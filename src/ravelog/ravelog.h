@@ -194,6 +194,18 @@ extern void *(*cv_poolRealloc)(void *block, size_t size);
  * time low 4, and L - 12 payload bytes. */
 #define CV_V1_HEAD_SIZE 12 /* bytes of a record behind its length byte, before the payload */
 
+/* The event types of the log, the high half of an event's type word: what
+ * the decoders hand to the database and the ThreadX tracker reads. */
+enum cv_EventType {
+  CV_CONTEXT_SWITCH = 1, /* subtype 0, the thread switched in */
+  CV_INTERRUPT = 2,      /* subtype 0 fatal exception, 1 start, 3 end */
+  CV_SERVICE_CALL = 3,   /* subtype: the service (threadServiceCall) */
+  CV_USER_EVENT = 4,
+  CV_STATUS_CHANGE = 5,  /* subtype: the new status (threadStatus) */
+  CV_THREAD_RECORD = 6,
+  CV_TIMER = 7
+};
+
 /* ---- Database points ----------------------------------------------------
  * The decoders talk to the event database only through this table, at four
  * points: open once the header is read, one thread record for each valid

@@ -40,10 +40,10 @@ namespace {
  * type 2 and unknown types those columns stay blank. */
 void describe_event(char *buf, size_t size, unsigned type, unsigned subtype, uint32_t value) {
   switch (type) {
-  case 1:
+  case CV_CONTEXT_SWITCH:
     snprintf(buf, size, "0x%8.8x context switch to thread", value);
     break;
-  case 2:
+  case CV_INTERRUPT:
     switch (subtype) {
     case 0:
       snprintf(buf, size, "           fatal exception 0x%x", value);
@@ -59,16 +59,16 @@ void describe_event(char *buf, size_t size, unsigned type, unsigned subtype, uin
       break;
     }
     break;
-  case 3:
+  case CV_SERVICE_CALL:
     if (subtype < CV_SERVICE_CALL_COUNT)
       snprintf(buf, size, "0x%8.8x %s", value, threadServiceCall[subtype]);
     else
       snprintf(buf, size, "0x%8.8x UNKNOWN SERVICE CALL", value);
     break;
-  case 4:
+  case CV_USER_EVENT:
     snprintf(buf, size, "0x%8.8x user event", value);
     break;
-  case 5:
+  case CV_STATUS_CHANGE:
     if (subtype < CV_THREAD_STATUS_COUNT)
       snprintf(buf, size, "0x%8.8x status = %s", value, threadStatus[subtype]);
     else

@@ -52,15 +52,6 @@
 
 namespace {
 
-/* Event types of the log. */
-constexpr uint16_t kContextSwitch = 1;
-constexpr uint16_t kInterrupt = 2;
-constexpr uint16_t kServiceCall = 3;
-constexpr uint16_t kUserEvent = 4;
-constexpr uint16_t kStatusChange = 5;
-constexpr uint16_t kThreadRecord = 6;
-constexpr uint16_t kTimer = 7;
-
 /* Status numbers as stored. */
 constexpr uint16_t kReady = 0;
 constexpr uint16_t kRunning = 3;
@@ -278,14 +269,14 @@ int StatusAndPriority(kq_DB *db, HT_PT current, HT_PT used, uint32_t id, uint16_
 int TrackEvent(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
   const Payload payload{event->data, event->length};
   switch (event->type) {
-    case kInterrupt:
-    case kUserEvent:
-    case kTimer:
+    case CV_INTERRUPT:
+    case CV_USER_EVENT:
+    case CV_TIMER:
       return 1;
-    case kContextSwitch:
-    case kServiceCall:
-    case kStatusChange:
-    case kThreadRecord:
+    case CV_CONTEXT_SWITCH:
+    case CV_SERVICE_CALL:
+    case CV_STATUS_CHANGE:
+    case CV_THREAD_RECORD:
       break;
     default:
       kq_ReportWarning("[UpdateState_ThreadX]: Unrecognized event type (0x%x)", event->type);
@@ -296,13 +287,13 @@ int TrackEvent(kq_DB *db, HT_PT current, HT_PT used, kq_Event *event) {
   const uint8_t *priority = payload.Has(kPriorityOffset, 4) ? payload.data + kPriorityOffset : nullptr;
 
   switch (event->type) {
-    case kContextSwitch:
+    case CV_CONTEXT_SWITCH:
       return ContextSwitch(db, current, used, id);
-    case kServiceCall:
+    case CV_SERVICE_CALL:
       return ServiceCall(db, current, used, id);
-    case kStatusChange:
+    case CV_STATUS_CHANGE:
       return StatusAndPriority(db, current, used, id, RemapStatus(event->subtype), priority, nullptr);
-    default: {  // kThreadRecord
+    default: {  // CV_THREAD_RECORD
       char name[KQ_TASK_NAME_SIZE] = {};
       if (payload.Has(kNameOffset, 0)) {
         const uint32_t present = std::min<uint32_t>(payload.length - kNameOffset, KQ_TASK_NAME_SIZE);

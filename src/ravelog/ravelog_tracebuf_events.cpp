@@ -31,12 +31,6 @@ namespace ravelog::tracebuf {
 
 namespace {
 
-constexpr uint16_t kContextSwitch = 1;
-constexpr uint16_t kInterrupt = 2;
-constexpr uint16_t kServiceCall = 3;
-constexpr uint16_t kUserEvent = 4;
-constexpr uint16_t kStatusChange = 5;
-
 constexpr uint16_t kInterruptStart = 1;
 constexpr uint16_t kInterruptEnd = 3;
 /* Service calls behind threadServiceCall's rows (kq_names.h). */
@@ -56,94 +50,94 @@ using R = StatusRule;
 
 /* The kernel's trace event ids (tx_trace.h), in order. */
 constexpr EventRow kEvents[] = {
-    {1, kStatusChange, 0, S::kThreadInInfo1, R::kResumed, "thread resume"},
-    {2, kStatusChange, 0, S::kThreadInInfo1, R::kStateInInfo2, "thread suspend"},
-    {3, kInterrupt, kInterruptStart, S::kVectorInInfo2, R::kNone, "interrupt enter"},
-    {4, kInterrupt, kInterruptEnd, S::kVectorInInfo2, R::kNone, "interrupt exit"},
-    {5, kServiceCall, kMore + 0, S::kRunningThread, R::kNone, "time slice"},
-    {6, kServiceCall, kMore + 1, S::kRunningThread, R::kNone, "running"},
-    {10, kServiceCall, 0x04, S::kRunningThread, R::kNone, "tx_block_allocate"},
-    {11, kServiceCall, 0x05, S::kRunningThread, R::kNone, "tx_block_pool_create"},
-    {12, kServiceCall, 0x06, S::kRunningThread, R::kNone, "tx_block_pool_delete"},
-    {13, kServiceCall, 0x28, S::kRunningThread, R::kNone, "tx_block_pool_info_get"},
-    {14, kServiceCall, kMore + 2, S::kRunningThread, R::kNone, "tx_block_pool_performance_info_get"},
-    {15, kServiceCall, kMore + 3, S::kRunningThread, R::kNone, "tx_block_pool_performance_system_info_get"},
-    {16, kServiceCall, 0x29, S::kRunningThread, R::kNone, "tx_block_pool_prioritize"},
-    {17, kServiceCall, 0x07, S::kRunningThread, R::kNone, "tx_block_release"},
-    {20, kServiceCall, 0x00, S::kRunningThread, R::kNone, "tx_byte_allocate"},
-    {21, kServiceCall, 0x01, S::kRunningThread, R::kNone, "tx_byte_pool_create"},
-    {22, kServiceCall, 0x02, S::kRunningThread, R::kNone, "tx_byte_pool_delete"},
-    {23, kServiceCall, 0x2a, S::kRunningThread, R::kNone, "tx_byte_pool_info_get"},
-    {24, kServiceCall, kMore + 4, S::kRunningThread, R::kNone, "tx_byte_pool_performance_info_get"},
-    {25, kServiceCall, kMore + 5, S::kRunningThread, R::kNone, "tx_byte_pool_performance_system_info_get"},
-    {26, kServiceCall, 0x2b, S::kRunningThread, R::kNone, "tx_byte_pool_prioritize"},
-    {27, kServiceCall, 0x03, S::kRunningThread, R::kNone, "tx_byte_pool_release"},
-    {30, kServiceCall, 0x08, S::kRunningThread, R::kNone, "tx_event_flags_create"},
-    {31, kServiceCall, 0x09, S::kRunningThread, R::kNone, "tx_event_flags_delete"},
-    {32, kServiceCall, 0x0a, S::kRunningThread, R::kNone, "tx_event_flags_get"},
-    {33, kServiceCall, 0x2c, S::kRunningThread, R::kNone, "tx_event_flags_info_get"},
-    {34, kServiceCall, kMore + 6, S::kRunningThread, R::kNone, "tx_event_flags_performance_info_get"},
-    {35, kServiceCall, kMore + 7, S::kRunningThread, R::kNone, "tx_event_flags_performance_system_info_get"},
-    {36, kServiceCall, 0x0b, S::kRunningThread, R::kNone, "tx_event_flags_set"},
-    {37, kServiceCall, kMore + 8, S::kRunningThread, R::kNone, "tx_event_flags_set_notify"},
-    {40, kServiceCall, 0x0c, S::kRunningThread, R::kNone, "tx_interrupt_control"},
-    {50, kServiceCall, 0x2d, S::kRunningThread, R::kNone, "tx_mutex_create"},
-    {51, kServiceCall, 0x2e, S::kRunningThread, R::kNone, "tx_mutex_delete"},
-    {52, kServiceCall, 0x2f, S::kRunningThread, R::kNone, "tx_mutex_get"},
-    {53, kServiceCall, 0x30, S::kRunningThread, R::kNone, "tx_mutex_info_get"},
-    {54, kServiceCall, kMore + 9, S::kRunningThread, R::kNone, "tx_mutex_performance_info_get"},
-    {55, kServiceCall, kMore + 10, S::kRunningThread, R::kNone, "tx_mutex_performance_system_info_get"},
-    {56, kServiceCall, 0x31, S::kRunningThread, R::kNone, "tx_mutex_prioritize"},
-    {57, kServiceCall, 0x32, S::kRunningThread, R::kNone, "tx_mutex_put"},
-    {60, kServiceCall, 0x0d, S::kRunningThread, R::kNone, "tx_queue_create"},
-    {61, kServiceCall, 0x0e, S::kRunningThread, R::kNone, "tx_queue_delete"},
-    {62, kServiceCall, 0x0f, S::kRunningThread, R::kNone, "tx_queue_flush"},
-    {63, kServiceCall, 0x34, S::kRunningThread, R::kNone, "tx_queue_front_send"},
-    {64, kServiceCall, 0x33, S::kRunningThread, R::kNone, "tx_queue_info_get"},
-    {65, kServiceCall, kMore + 11, S::kRunningThread, R::kNone, "tx_queue_performance_info_get"},
-    {66, kServiceCall, kMore + 12, S::kRunningThread, R::kNone, "tx_queue_performance_system_info_get"},
-    {67, kServiceCall, 0x35, S::kRunningThread, R::kNone, "tx_queue_prioritize"},
-    {68, kServiceCall, 0x10, S::kRunningThread, R::kNone, "tx_queue_receive"},
-    {69, kServiceCall, 0x11, S::kRunningThread, R::kNone, "tx_queue_send"},
-    {70, kServiceCall, kMore + 13, S::kRunningThread, R::kNone, "tx_queue_send_notify"},
-    {80, kServiceCall, kMore + 14, S::kRunningThread, R::kNone, "tx_semaphore_ceiling_put"},
-    {81, kServiceCall, 0x12, S::kRunningThread, R::kNone, "tx_semaphore_create"},
-    {82, kServiceCall, 0x13, S::kRunningThread, R::kNone, "tx_semaphore_delete"},
-    {83, kServiceCall, 0x14, S::kRunningThread, R::kNone, "tx_semaphore_get"},
-    {84, kServiceCall, 0x36, S::kRunningThread, R::kNone, "tx_semaphore_info_get"},
-    {85, kServiceCall, kMore + 15, S::kRunningThread, R::kNone, "tx_semaphore_performance_info_get"},
-    {86, kServiceCall, kMore + 16, S::kRunningThread, R::kNone, "tx_semaphore_performance_system_info_get"},
-    {87, kServiceCall, 0x37, S::kRunningThread, R::kNone, "tx_semaphore_prioritize"},
-    {88, kServiceCall, 0x15, S::kRunningThread, R::kNone, "tx_semaphore_put"},
-    {89, kServiceCall, kMore + 17, S::kRunningThread, R::kNone, "tx_semaphore_put_notify"},
-    {100, kServiceCall, 0x16, S::kRunningThread, R::kNone, "tx_thread_create"},
-    {101, kServiceCall, 0x17, S::kRunningThread, R::kNone, "tx_thread_delete"},
-    {102, kServiceCall, kMore + 18, S::kRunningThread, R::kNone, "tx_thread_entry_exit_notify"},
-    {103, kServiceCall, 0x18, S::kRunningThread, R::kNone, "tx_thread_identify"},
-    {104, kServiceCall, 0x38, S::kRunningThread, R::kNone, "tx_thread_info_get"},
-    {105, kServiceCall, kMore + 19, S::kRunningThread, R::kNone, "tx_thread_performance_info_get"},
-    {106, kServiceCall, kMore + 20, S::kRunningThread, R::kNone, "tx_thread_performance_system_info_get"},
-    {107, kServiceCall, 0x19, S::kRunningThread, R::kNone, "tx_thread_preemption_change"},
-    {108, kServiceCall, 0x1a, S::kRunningThread, R::kNone, "tx_thread_priority_change"},
-    {109, kServiceCall, 0x1b, S::kRunningThread, R::kNone, "tx_thread_relinquish"},
-    {110, kServiceCall, kMore + 21, S::kRunningThread, R::kNone, "tx_thread_reset"},
-    {111, kServiceCall, 0x1c, S::kRunningThread, R::kNone, "tx_thread_resume"},
-    {112, kServiceCall, 0x1d, S::kRunningThread, R::kNone, "tx_thread_sleep"},
-    {113, kServiceCall, kMore + 22, S::kRunningThread, R::kNone, "tx_thread_stack_error_notify"},
-    {114, kServiceCall, 0x1e, S::kRunningThread, R::kNone, "tx_thread_suspend"},
-    {115, kServiceCall, 0x1f, S::kRunningThread, R::kNone, "tx_thread_terminate"},
-    {116, kServiceCall, 0x20, S::kRunningThread, R::kNone, "tx_thread_time_slice_change"},
-    {117, kServiceCall, 0x39, S::kRunningThread, R::kNone, "tx_thread_wait_abort"},
-    {120, kServiceCall, 0x21, S::kRunningThread, R::kNone, "tx_time_get"},
-    {121, kServiceCall, 0x22, S::kRunningThread, R::kNone, "tx_time_set"},
-    {122, kServiceCall, 0x23, S::kRunningThread, R::kNone, "tx_timer_activate"},
-    {123, kServiceCall, 0x24, S::kRunningThread, R::kNone, "tx_timer_change"},
-    {124, kServiceCall, 0x25, S::kRunningThread, R::kNone, "tx_timer_create"},
-    {125, kServiceCall, 0x26, S::kRunningThread, R::kNone, "tx_timer_deactivate"},
-    {126, kServiceCall, 0x27, S::kRunningThread, R::kNone, "tx_timer_delete"},
-    {127, kServiceCall, 0x3a, S::kRunningThread, R::kNone, "tx_timer_info_get"},
-    {128, kServiceCall, kMore + 23, S::kRunningThread, R::kNone, "tx_timer_performance_info_get"},
-    {129, kServiceCall, kMore + 24, S::kRunningThread, R::kNone, "tx_timer_performance_system_info_get"},
+    {1, CV_STATUS_CHANGE, 0, S::kThreadInInfo1, R::kResumed, "thread resume"},
+    {2, CV_STATUS_CHANGE, 0, S::kThreadInInfo1, R::kStateInInfo2, "thread suspend"},
+    {3, CV_INTERRUPT, kInterruptStart, S::kVectorInInfo2, R::kNone, "interrupt enter"},
+    {4, CV_INTERRUPT, kInterruptEnd, S::kVectorInInfo2, R::kNone, "interrupt exit"},
+    {5, CV_SERVICE_CALL, kMore + 0, S::kRunningThread, R::kNone, "time slice"},
+    {6, CV_SERVICE_CALL, kMore + 1, S::kRunningThread, R::kNone, "running"},
+    {10, CV_SERVICE_CALL, 0x04, S::kRunningThread, R::kNone, "tx_block_allocate"},
+    {11, CV_SERVICE_CALL, 0x05, S::kRunningThread, R::kNone, "tx_block_pool_create"},
+    {12, CV_SERVICE_CALL, 0x06, S::kRunningThread, R::kNone, "tx_block_pool_delete"},
+    {13, CV_SERVICE_CALL, 0x28, S::kRunningThread, R::kNone, "tx_block_pool_info_get"},
+    {14, CV_SERVICE_CALL, kMore + 2, S::kRunningThread, R::kNone, "tx_block_pool_performance_info_get"},
+    {15, CV_SERVICE_CALL, kMore + 3, S::kRunningThread, R::kNone, "tx_block_pool_performance_system_info_get"},
+    {16, CV_SERVICE_CALL, 0x29, S::kRunningThread, R::kNone, "tx_block_pool_prioritize"},
+    {17, CV_SERVICE_CALL, 0x07, S::kRunningThread, R::kNone, "tx_block_release"},
+    {20, CV_SERVICE_CALL, 0x00, S::kRunningThread, R::kNone, "tx_byte_allocate"},
+    {21, CV_SERVICE_CALL, 0x01, S::kRunningThread, R::kNone, "tx_byte_pool_create"},
+    {22, CV_SERVICE_CALL, 0x02, S::kRunningThread, R::kNone, "tx_byte_pool_delete"},
+    {23, CV_SERVICE_CALL, 0x2a, S::kRunningThread, R::kNone, "tx_byte_pool_info_get"},
+    {24, CV_SERVICE_CALL, kMore + 4, S::kRunningThread, R::kNone, "tx_byte_pool_performance_info_get"},
+    {25, CV_SERVICE_CALL, kMore + 5, S::kRunningThread, R::kNone, "tx_byte_pool_performance_system_info_get"},
+    {26, CV_SERVICE_CALL, 0x2b, S::kRunningThread, R::kNone, "tx_byte_pool_prioritize"},
+    {27, CV_SERVICE_CALL, 0x03, S::kRunningThread, R::kNone, "tx_byte_pool_release"},
+    {30, CV_SERVICE_CALL, 0x08, S::kRunningThread, R::kNone, "tx_event_flags_create"},
+    {31, CV_SERVICE_CALL, 0x09, S::kRunningThread, R::kNone, "tx_event_flags_delete"},
+    {32, CV_SERVICE_CALL, 0x0a, S::kRunningThread, R::kNone, "tx_event_flags_get"},
+    {33, CV_SERVICE_CALL, 0x2c, S::kRunningThread, R::kNone, "tx_event_flags_info_get"},
+    {34, CV_SERVICE_CALL, kMore + 6, S::kRunningThread, R::kNone, "tx_event_flags_performance_info_get"},
+    {35, CV_SERVICE_CALL, kMore + 7, S::kRunningThread, R::kNone, "tx_event_flags_performance_system_info_get"},
+    {36, CV_SERVICE_CALL, 0x0b, S::kRunningThread, R::kNone, "tx_event_flags_set"},
+    {37, CV_SERVICE_CALL, kMore + 8, S::kRunningThread, R::kNone, "tx_event_flags_set_notify"},
+    {40, CV_SERVICE_CALL, 0x0c, S::kRunningThread, R::kNone, "tx_interrupt_control"},
+    {50, CV_SERVICE_CALL, 0x2d, S::kRunningThread, R::kNone, "tx_mutex_create"},
+    {51, CV_SERVICE_CALL, 0x2e, S::kRunningThread, R::kNone, "tx_mutex_delete"},
+    {52, CV_SERVICE_CALL, 0x2f, S::kRunningThread, R::kNone, "tx_mutex_get"},
+    {53, CV_SERVICE_CALL, 0x30, S::kRunningThread, R::kNone, "tx_mutex_info_get"},
+    {54, CV_SERVICE_CALL, kMore + 9, S::kRunningThread, R::kNone, "tx_mutex_performance_info_get"},
+    {55, CV_SERVICE_CALL, kMore + 10, S::kRunningThread, R::kNone, "tx_mutex_performance_system_info_get"},
+    {56, CV_SERVICE_CALL, 0x31, S::kRunningThread, R::kNone, "tx_mutex_prioritize"},
+    {57, CV_SERVICE_CALL, 0x32, S::kRunningThread, R::kNone, "tx_mutex_put"},
+    {60, CV_SERVICE_CALL, 0x0d, S::kRunningThread, R::kNone, "tx_queue_create"},
+    {61, CV_SERVICE_CALL, 0x0e, S::kRunningThread, R::kNone, "tx_queue_delete"},
+    {62, CV_SERVICE_CALL, 0x0f, S::kRunningThread, R::kNone, "tx_queue_flush"},
+    {63, CV_SERVICE_CALL, 0x34, S::kRunningThread, R::kNone, "tx_queue_front_send"},
+    {64, CV_SERVICE_CALL, 0x33, S::kRunningThread, R::kNone, "tx_queue_info_get"},
+    {65, CV_SERVICE_CALL, kMore + 11, S::kRunningThread, R::kNone, "tx_queue_performance_info_get"},
+    {66, CV_SERVICE_CALL, kMore + 12, S::kRunningThread, R::kNone, "tx_queue_performance_system_info_get"},
+    {67, CV_SERVICE_CALL, 0x35, S::kRunningThread, R::kNone, "tx_queue_prioritize"},
+    {68, CV_SERVICE_CALL, 0x10, S::kRunningThread, R::kNone, "tx_queue_receive"},
+    {69, CV_SERVICE_CALL, 0x11, S::kRunningThread, R::kNone, "tx_queue_send"},
+    {70, CV_SERVICE_CALL, kMore + 13, S::kRunningThread, R::kNone, "tx_queue_send_notify"},
+    {80, CV_SERVICE_CALL, kMore + 14, S::kRunningThread, R::kNone, "tx_semaphore_ceiling_put"},
+    {81, CV_SERVICE_CALL, 0x12, S::kRunningThread, R::kNone, "tx_semaphore_create"},
+    {82, CV_SERVICE_CALL, 0x13, S::kRunningThread, R::kNone, "tx_semaphore_delete"},
+    {83, CV_SERVICE_CALL, 0x14, S::kRunningThread, R::kNone, "tx_semaphore_get"},
+    {84, CV_SERVICE_CALL, 0x36, S::kRunningThread, R::kNone, "tx_semaphore_info_get"},
+    {85, CV_SERVICE_CALL, kMore + 15, S::kRunningThread, R::kNone, "tx_semaphore_performance_info_get"},
+    {86, CV_SERVICE_CALL, kMore + 16, S::kRunningThread, R::kNone, "tx_semaphore_performance_system_info_get"},
+    {87, CV_SERVICE_CALL, 0x37, S::kRunningThread, R::kNone, "tx_semaphore_prioritize"},
+    {88, CV_SERVICE_CALL, 0x15, S::kRunningThread, R::kNone, "tx_semaphore_put"},
+    {89, CV_SERVICE_CALL, kMore + 17, S::kRunningThread, R::kNone, "tx_semaphore_put_notify"},
+    {100, CV_SERVICE_CALL, 0x16, S::kRunningThread, R::kNone, "tx_thread_create"},
+    {101, CV_SERVICE_CALL, 0x17, S::kRunningThread, R::kNone, "tx_thread_delete"},
+    {102, CV_SERVICE_CALL, kMore + 18, S::kRunningThread, R::kNone, "tx_thread_entry_exit_notify"},
+    {103, CV_SERVICE_CALL, 0x18, S::kRunningThread, R::kNone, "tx_thread_identify"},
+    {104, CV_SERVICE_CALL, 0x38, S::kRunningThread, R::kNone, "tx_thread_info_get"},
+    {105, CV_SERVICE_CALL, kMore + 19, S::kRunningThread, R::kNone, "tx_thread_performance_info_get"},
+    {106, CV_SERVICE_CALL, kMore + 20, S::kRunningThread, R::kNone, "tx_thread_performance_system_info_get"},
+    {107, CV_SERVICE_CALL, 0x19, S::kRunningThread, R::kNone, "tx_thread_preemption_change"},
+    {108, CV_SERVICE_CALL, 0x1a, S::kRunningThread, R::kNone, "tx_thread_priority_change"},
+    {109, CV_SERVICE_CALL, 0x1b, S::kRunningThread, R::kNone, "tx_thread_relinquish"},
+    {110, CV_SERVICE_CALL, kMore + 21, S::kRunningThread, R::kNone, "tx_thread_reset"},
+    {111, CV_SERVICE_CALL, 0x1c, S::kRunningThread, R::kNone, "tx_thread_resume"},
+    {112, CV_SERVICE_CALL, 0x1d, S::kRunningThread, R::kNone, "tx_thread_sleep"},
+    {113, CV_SERVICE_CALL, kMore + 22, S::kRunningThread, R::kNone, "tx_thread_stack_error_notify"},
+    {114, CV_SERVICE_CALL, 0x1e, S::kRunningThread, R::kNone, "tx_thread_suspend"},
+    {115, CV_SERVICE_CALL, 0x1f, S::kRunningThread, R::kNone, "tx_thread_terminate"},
+    {116, CV_SERVICE_CALL, 0x20, S::kRunningThread, R::kNone, "tx_thread_time_slice_change"},
+    {117, CV_SERVICE_CALL, 0x39, S::kRunningThread, R::kNone, "tx_thread_wait_abort"},
+    {120, CV_SERVICE_CALL, 0x21, S::kRunningThread, R::kNone, "tx_time_get"},
+    {121, CV_SERVICE_CALL, 0x22, S::kRunningThread, R::kNone, "tx_time_set"},
+    {122, CV_SERVICE_CALL, 0x23, S::kRunningThread, R::kNone, "tx_timer_activate"},
+    {123, CV_SERVICE_CALL, 0x24, S::kRunningThread, R::kNone, "tx_timer_change"},
+    {124, CV_SERVICE_CALL, 0x25, S::kRunningThread, R::kNone, "tx_timer_create"},
+    {125, CV_SERVICE_CALL, 0x26, S::kRunningThread, R::kNone, "tx_timer_deactivate"},
+    {126, CV_SERVICE_CALL, 0x27, S::kRunningThread, R::kNone, "tx_timer_delete"},
+    {127, CV_SERVICE_CALL, 0x3a, S::kRunningThread, R::kNone, "tx_timer_info_get"},
+    {128, CV_SERVICE_CALL, kMore + 23, S::kRunningThread, R::kNone, "tx_timer_performance_info_get"},
+    {129, CV_SERVICE_CALL, kMore + 24, S::kRunningThread, R::kNone, "tx_timer_performance_system_info_get"},
 };
 
 constexpr uint32_t kUserEventStart = 4096;
@@ -181,7 +175,7 @@ EventRow RowOfEvent(uint32_t id) {
   }();
   if (id < byId.size() && byId[id] != nullptr) return *byId[id];
   const auto subtype = static_cast<uint16_t>(id > 0xFFFF ? 0xFFFF : id);
-  return {id, kUserEvent, subtype, S::kRunningThread, R::kNone,
+  return {id, CV_USER_EVENT, subtype, S::kRunningThread, R::kNone,
           id >= kUserEventStart ? "user event" : "event of another component"};
 }
 
@@ -228,7 +222,7 @@ void RecordMaker::Emit(uint64_t time, uint16_t type, uint16_t subtype, const uin
 
 void RecordMaker::SwitchTo(uint32_t thread, uint64_t time) {
   const uint32_t words[2] = {thread, PriorityOf(thread)};
-  Emit(time, kContextSwitch, 0, words, 2);
+  Emit(time, CV_CONTEXT_SWITCH, 0, words, 2);
   running_ = thread;
 }
 
@@ -238,7 +232,7 @@ void RecordMaker::AddStatusChange(const EventRow &row, const Entry &entry, uint6
   const uint16_t status =
       row.status == StatusRule::kResumed ? (runs ? kRunningInLog : kReady) : SuspendedStatus(entry.info[1], runs);
   const uint32_t words[6] = {thread, PriorityOf(thread), entry.info[0], entry.info[1], entry.info[2], entry.info[3]};
-  Emit(time, kStatusChange, status, words, 6);
+  Emit(time, CV_STATUS_CHANGE, status, words, 6);
   /* A thread that suspends itself runs no more: its next entry comes after
    * the kernel has run it again. */
   if (runs && row.status == StatusRule::kStateInInfo2 && status != kRunningInLog) running_ = 0;
@@ -255,7 +249,7 @@ void RecordMaker::AddPlain(const EventRow &row, const Entry &entry, uint64_t tim
                            : row.subject == Subject::kThreadInInfo1 ? entry.info[0]
                                                                     : running_;
   const uint32_t words[5] = {subject, entry.info[0], entry.info[1], entry.info[2], entry.info[3]};
-  const bool namesNoThread = row.type == kServiceCall && running_ == 0;
+  const bool namesNoThread = row.type == CV_SERVICE_CALL && running_ == 0;
   Emit(time, row.type, row.subtype, words, namesNoThread ? 0 : 5);
 }
 

@@ -220,7 +220,7 @@ bool walk_ring(const Pool &pool, const ScanResult &scan, uint8_t bigEndian) {
     const unsigned payloadSize = length - CV_V1_HEAD_SIZE;
     cv_database.addEvent(high, low, (head.type << 16) | head.subtype, position,
                          static_cast<int>(payloadSize));
-    if (debug && head.type == 1) print_context_switch(position, payloadSize);
+    if (debug && head.type == CV_CONTEXT_SWITCH) print_context_switch(position, payloadSize);
     position += payloadSize;
     if (position == pool.end) {
       position = pool.start;
