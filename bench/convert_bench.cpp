@@ -45,18 +45,12 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "simulated_dump.h"
 
 namespace {
 
 // ---- Running the converter --------------------------------------------------
-
-struct Run {
-  bool ok = false;
-  long maxRssKb = 0;
-  double cpuSeconds = 0;   // user + system time of the child
-  double wallSeconds = 0;  // from fork to the child's end
-};
 
 double SecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -65,29 +59,6 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
 std::string Binary() {
   const char *chosen = getenv("BENCH_RAVELOG");
   return chosen != nullptr && *chosen != 0 ? chosen : RAVELOG_BINARY;
-}
-
-Run Convert(const std::string &core, const std::string &base) {
-  Run run;
-  const std::string binary = Binary();
-  const auto start = std::chrono::steady_clock::now();
-  const pid_t child = fork();
-  if (child < 0) return run;
-  if (child == 0) {
-    const int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) dup2(null, STDOUT_FILENO);
-    execl(binary.c_str(), "ravelog", core.c_str(), base.c_str(), static_cast<char *>(nullptr));
-    _exit(127);
-  }
-  int status = 0;
-  rusage usage{};
-  if (wait4(child, &status, 0, &usage) != child) return run;
-  run.wallSeconds = SecondsSince(start);
-  run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  run.maxRssKb = usage.ru_maxrss;
-  run.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                   static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-  return run;
 }
 
 uint64_t DatabaseBytes(const std::string &base) {
@@ -131,33 +102,24 @@ double SequentialWrite(const std::string &path, uint64_t bytes, bool direct) {
   return ok ? seconds : -1;
 }
 
-std::string WorkDirectory() {
-  const char *chosen = getenv("BENCH_DIR");
-  std::filesystem::path dir =
-      chosen != nullptr ? std::filesystem::path(chosen) : std::filesystem::temp_directory_path();
-  dir /= "ravelog-convert-bench";
-  std::filesystem::create_directories(dir);
-  return dir.string();
-}
-
 void BM_ConvertVersion2Dump(benchmark::State &state) {
   const auto events = static_cast<uint64_t>(state.range(0));
   const auto threads = static_cast<uint32_t>(state.range(1));
-  const std::string dir = WorkDirectory();
+  const std::string dir = benchsupport::WorkDirectory("ravelog-convert-bench");
   const std::string core = dir + "/dump_" + std::to_string(events) + "_" + std::to_string(threads);
   const std::string base = dir + "/db";
   if (!testsupport::WriteSimulatedDump(core, {static_cast<uint32_t>(events), threads, true})) {
     state.SkipWithError("can't write the dump");
     return;
   }
-  Run run;
+  benchsupport::ChildRun run;
   uint64_t outputBytes = 0;
   double cpuSeconds = 0;
   double wallSeconds = 0;
   double seqSeconds = 0;        // O_DIRECT
   double seqCachedSeconds = 0;  // through the page cache
   for (auto _ : state) {
-    run = Convert(core, base);
+    run = benchsupport::RunChild({Binary(), core, base});
     if (!run.ok) {
       state.SkipWithError("ravelog failed");
       break;

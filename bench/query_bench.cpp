@@ -27,6 +27,7 @@
 #include <memory>
 #include <string>
 
+#include "bench_support.h"
 #include "indgeninit.h"
 #include "kq_io.h"
 #include "kq_byteorder.h"
@@ -103,15 +104,6 @@ bool WriteDatabase(const std::string &base, uint64_t events) {
   return true;
 }
 
-std::string WorkDirectory() {
-  const char *chosen = getenv("BENCH_DIR");
-  std::filesystem::path dir =
-      chosen != nullptr ? std::filesystem::path(chosen) : std::filesystem::temp_directory_path();
-  dir /= "ravelog-query-bench";
-  std::filesystem::create_directories(dir);
-  return dir.string();
-}
-
 uint32_t CountOf(kq_DB *db) {
   uint32_t count = 0;
   kq_GetStartEventAndNumEvents(db, nullptr, &count);
@@ -139,7 +131,7 @@ Database *DatabaseOf(uint64_t events) {
   auto &slot = open[events];
   if (slot) return slot->db != nullptr ? slot.get() : nullptr;
   slot = std::make_unique<Database>();
-  slot->base = WorkDirectory() + "/query_" + std::to_string(events);
+  slot->base = benchsupport::WorkDirectory("ravelog-query-bench") + "/query_" + std::to_string(events);
   slot->db = kq_OpenForUse(slot->base.c_str());
   if (slot->db == nullptr || CountOf(slot->db) != events) {
     kq_Close(slot->db);

@@ -32,60 +32,24 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "kq_cursor.h"
 #include "kq_io.h"
 #include "simulated_dump.h"
 
 namespace {
 
+using benchsupport::RunChild;
+using benchsupport::WorkDirectory;
+
 constexpr uint32_t kThreads = 64;
-
-std::string WorkDirectory() {
-  const char *chosen = getenv("BENCH_DIR");
-  std::filesystem::path dir =
-      chosen != nullptr ? std::filesystem::path(chosen) : std::filesystem::temp_directory_path();
-  dir /= "ravelog-read-bench";
-  std::filesystem::create_directories(dir);
-  return dir.string();
-}
-
-struct Child {
-  bool ok = false;
-  double wallSeconds = 0;
-  long maxRssKb = 0;
-};
-
-// Runs argv with standard output thrown away.
-Child RunChild(const std::vector<std::string> &argv) {
-  Child result;
-  const auto start = std::chrono::steady_clock::now();
-  const pid_t pid = fork();
-  if (pid < 0) return result;
-  if (pid == 0) {
-    const int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) dup2(null, STDOUT_FILENO);
-    std::vector<char *> args;
-    for (const std::string &arg : argv) args.push_back(const_cast<char *>(arg.c_str()));
-    args.push_back(nullptr);
-    execv(args[0], args.data());
-    _exit(127);
-  }
-  int status = 0;
-  rusage usage{};
-  if (wait4(pid, &status, 0, &usage) != pid) return result;
-  result.wallSeconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  result.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  result.maxRssKb = usage.ru_maxrss;
-  return result;
-}
 
 // The database of `events` events, converted once per process.
 const std::string &Database(uint32_t events) {
   static std::map<uint32_t, std::string> made;
   auto found = made.find(events);
   if (found != made.end()) return found->second;
-  const std::string dir = WorkDirectory();
+  const std::string dir = WorkDirectory("ravelog-read-bench");
   const std::string core = dir + "/dump_" + std::to_string(events);
   const std::string base = dir + "/db_" + std::to_string(events);
   const bool ok = testsupport::WriteSimulatedDump(core, {events, kThreads, true}) &&
@@ -163,7 +127,7 @@ void BM_ReadBytes(benchmark::State &state) {
 void BM_Kqv(benchmark::State &state) {
   const auto events = static_cast<uint32_t>(state.range(0));
   const std::string base = Database(events);
-  const std::string out = WorkDirectory() + "/export";
+  const std::string out = WorkDirectory("ravelog-read-bench") + "/export";
   const std::vector<std::vector<std::string>> commands = {
       {KQV_BINARY, "info", base},
       {KQV_BINARY, "state", "--at", "1000000", base},
@@ -174,7 +138,7 @@ void BM_Kqv(benchmark::State &state) {
   };
   const auto &command = commands[static_cast<size_t>(state.range(1))];
   state.SetLabel(command[1] == "export" ? "export " + command[3] : command[1]);
-  Child child;
+  benchsupport::ChildRun child;
   for (auto _ : state) {
     child = RunChild(command);
     if (!child.ok) state.SkipWithError("kqv failed");
@@ -191,14 +155,14 @@ void BM_Kqv(benchmark::State &state) {
 // The largest database a file can hold: conversion, then kqv on it.
 void BM_ScaleLargest(benchmark::State &state) {
   constexpr uint32_t kEvents = 19000000;
-  const std::string dir = WorkDirectory();
+  const std::string dir = WorkDirectory("ravelog-read-bench");
   const std::string core = dir + "/dump_scale";
   const std::string base = dir + "/db_scale";
   if (!testsupport::WriteSimulatedDump(core, {kEvents, kThreads, true})) {
     state.SkipWithError("can't write the dump");
     return;
   }
-  Child convert, info, at, stats;
+  benchsupport::ChildRun convert, info, at, stats;
   for (auto _ : state) {
     convert = RunChild({RAVELOG_BINARY, core, base});
     info = RunChild({KQV_BINARY, "info", base});
